@@ -1,0 +1,6 @@
+#include <quelvane/version.h>
+
+int libquelvaneVersion()
+{
+    return 3504;
+}

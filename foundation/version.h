@@ -1,0 +1,8 @@
+#ifndef QUELVANE_VERSION_H
+#define QUELVANE_VERSION_H
+
+// The library's own version number. The daemon states its version through the
+// configuration tool; the library refuses to start against a newer daemon.
+int libquelvaneVersion();
+
+#endif
