@@ -2,6 +2,12 @@
 #define QUELVANE_QV_ASSERT_INTERNAL_H
 
 #include <cassert>
+#include <sys/cdefs.h>
+
+// <cassert> leaves __assert_fail undeclared when NDEBUG is set; the macro below
+// needs it in every build type, so it is declared here as glibc has it.
+extern "C" void __assert_fail(const char* assertion, const char* file, unsigned int line,
+                              const char* function) __THROW __attribute__((__noreturn__));
 
 // An assertion that ends the process in every build type, Release included,
 // and reports the expression, the file and the line that the library's
