@@ -36,8 +36,10 @@ const size_t kAddressBufferSize = 128;
 // Handshake magic word.
 const uint32_t kHandshakeMagic = 0xF3689038u;
 
-// Name under which the assertions of tavrel_readln report.
+// File and function under which the assertions of tavrel_readln report (its
+// bounded form included).
 const char kAssertFile[] = "api_conn_element.cpp";
+const char kReadlnFunction[] = "int tavrel_readln(FILE*, char*, Tavrel_ConnectionElement*)";
 
 void putBigEndian(unsigned char* out, uint32_t v)
 {
@@ -548,7 +550,7 @@ int tavrel_readlnBounded(FILE* f, char* buf, size_t size, Tavrel_ConnectionEleme
         for (;;) {
             const int sockFd = elt->get_socket();
             int nfds = sockFd + 1;
-            QV_ASSERT_AT(nfds > 0, "nfds > 0", kAssertFile, 761);
+            QV_ASSERT_IN(nfds > 0, "nfds > 0", kAssertFile, 761, kReadlnFunction);
             if (fileFd > nfds - 1)
                 nfds = fileFd + 1;
 
@@ -573,7 +575,8 @@ int tavrel_readlnBounded(FILE* f, char* buf, size_t size, Tavrel_ConnectionEleme
                     continue;
                 if (!(fd == set[0].fd && set[0].revents != 0))
                     continue;
-                QV_ASSERT_AT(fd == elt->get_socket(), "fd == elt->get_socket()", kAssertFile, 784);
+                QV_ASSERT_IN(fd == elt->get_socket(), "fd == elt->get_socket()", kAssertFile, 784,
+                             kReadlnFunction);
 
                 if (connectionLost(elt))
                     return -1;
@@ -581,7 +584,7 @@ int tavrel_readlnBounded(FILE* f, char* buf, size_t size, Tavrel_ConnectionEleme
                     time_t now = time(nullptr);
                     char timeBuf[64];
                     char* timeString = ctime_r(&now, timeBuf);
-                    QV_ASSERT_AT(timeString != 0, "timeString != 0", kAssertFile, 802);
+                    QV_ASSERT_IN(timeString != 0, "timeString != 0", kAssertFile, 802, kReadlnFunction);
                     char* nl = strchr(timeString, '\n');
                     if (nl != nullptr)
                         *nl = '\0';
@@ -589,15 +592,18 @@ int tavrel_readlnBounded(FILE* f, char* buf, size_t size, Tavrel_ConnectionEleme
                 }
                 int (*callback)(char*, void*) = elt->callback;
                 void* callbackData = elt->callbackData;
-                QV_ASSERT_AT(callback, "callback", kAssertFile, 809);
+                QV_ASSERT_IN(callback, "callback", kAssertFile, 809, kReadlnFunction);
 
                 for (;;) {
-                    char buf[1024];
-                    buf[sizeof(buf) - 1] = 0;
-                    int got = readlnSocketBounded(fd, buf, sizeof(buf));
-                    QV_ASSERT_AT(buf[sizeof(buf) - 1] == 0, "buf[sizeof(buf)-1] == 0", kAssertFile, 816);
+                    // An event line must leave the last byte alone: one of
+                    // 1024 bytes or more ends the process here.
+                    char eventLine[1024];
+                    eventLine[sizeof(eventLine) - 1] = 0;
+                    int got = readlnSocketBounded(fd, eventLine, sizeof(eventLine));
+                    QV_ASSERT_IN(eventLine[sizeof(eventLine) - 1] == 0, "buf[sizeof(buf)-1] == 0",
+                                 kAssertFile, 816, kReadlnFunction);
                     if (got != -1)
-                        callback(buf, callbackData);
+                        callback(eventLine, callbackData);
                     if (connectionLost(elt))
                         return -1;
                     struct pollfd alone[1];

@@ -13,7 +13,12 @@ extern "C" void __assert_fail(const char* assertion, const char* file, unsigned 
 // and reports the expression, the file and the line that the library's
 // documentation gives for it (not the line of this source file).
 #define QV_ASSERT_AT(expr, exprText, fileName, lineNo)                       \
+    QV_ASSERT_IN(expr, exprText, fileName, lineNo, __PRETTY_FUNCTION__)
+
+// The same, naming the function explicitly: for a check that lives in a
+// helper but belongs to the public function that the message names.
+#define QV_ASSERT_IN(expr, exprText, fileName, lineNo, functionName)         \
     ((expr) ? static_cast<void>(0)                                           \
-            : __assert_fail(exprText, fileName, lineNo, __PRETTY_FUNCTION__))
+            : __assert_fail(exprText, fileName, lineNo, functionName))
 
 #endif
