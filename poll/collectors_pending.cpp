@@ -26,3 +26,22 @@ int PollingHandler::updateDiskAccessInfo(ClusterInfo*)
 {
     return 0;
 }
+
+// Replaced by the execution task queue: a dispatch loop that serves no task
+// but wakes and ends as the real one does.
+void* PollingHandler::dispatchHandlerBody(void* handler)
+{
+    PollingHandler* handlerP = static_cast<PollingHandler*>(handler);
+    for (;;) {
+        handlerP->waitExecutionTask();
+        if (__atomic_load_n(&handlerP->execTerminate, __ATOMIC_SEQ_CST) != 0)
+            pthread_exit(nullptr);
+    }
+    return nullptr;
+}
+
+ExecutionTask::~ExecutionTask()
+{
+    for (char* arg : argItems)
+        delete[] arg;
+}
