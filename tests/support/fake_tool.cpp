@@ -3,6 +3,9 @@
 #include "support/files.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
 
 namespace qvtest {
 
@@ -51,6 +54,20 @@ FakeTool& FakeTool::on(const std::string& args, const std::string& out, int stat
     makeDirs(dir);
     writeFile(dir + "/args", args);
     writeAnswer(dir, out, status, err);
+    return *this;
+}
+
+FakeTool& FakeTool::clearRules()
+{
+    for (int i = 0; i < rules_; ++i) {
+        char name[32];
+        snprintf(name, sizeof(name), "/rule%04d", i);
+        std::string dir = dataDir_ + name;
+        for (const char* f : {"/args", "/out", "/err", "/rc"})
+            unlink((dir + f).c_str());
+        rmdir(dir.c_str());
+    }
+    rules_ = 0;
     return *this;
 }
 

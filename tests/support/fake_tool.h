@@ -23,6 +23,10 @@ public:
     FakeTool& on(const std::string& args, const std::string& out, int status = 0,
                  const std::string& err = "");
 
+    // Forgets every rule of on(); the default answer stays. Lets a test
+    // script the same arguments again with another answer.
+    FakeTool& clearRules();
+
     // The arguments of each call so far, in order.
     std::vector<std::string> calls() const;
     // The full command lines as the tool saw them: its path and arguments.
