@@ -56,6 +56,19 @@ std::unique_ptr<TavrelWrapperUtils> makeSession(int debug = 0)
     return s;
 }
 
+// Descriptors that use up the limit in a death test child; released again by
+// an exit handler, before the static destructors run (the sanitizers need
+// descriptors of their own there).
+int gFillers[4096];
+int gFillerCount = 0;
+
+void releaseFillers()
+{
+    for (int i = 0; i < gFillerCount; ++i)
+        close(gFillers[i]);
+    gFillerCount = 0;
+}
+
 const std::vector<std::string> kNodes = {
     "_node_ _name_ 'alpha 1' _ip_ 10.0.0.1 _status_ up _rc_ 0",
     "_node_ _name_ beta _ip_ 10.0.0.2 _status_ down _rc_ 3",
@@ -498,6 +511,8 @@ TEST(SessionReconnectDeathTest, ReconnectionOnDescriptorZeroExits)
             FakeDaemon daemon;
             MErrno err = 0;
             TavrelWrapperUtils* s = new TavrelWrapperUtils(&err, 0);
+            // Once the daemon has accepted, nothing else takes a descriptor.
+            daemon.waitForConnections(1);
             s->connection->close();
             close(0);
             s->sendCommand("get nodes");
@@ -515,12 +530,15 @@ TEST(SessionEventsDeathTest, PipeFailureInRegisterEventsExits)
             FakeDaemon daemon;
             MErrno err = 0;
             TavrelWrapperUtils* s = new TavrelWrapperUtils(&err, 0);
+            daemon.waitForConnections(1);
+            // No descriptor left for a pipe.
             struct rlimit low;
             getrlimit(RLIMIT_NOFILE, &low);
             low.rlim_cur = 64;
             setrlimit(RLIMIT_NOFILE, &low);
-            while (dup(2) >= 0) {
-            }
+            for (int fd; gFillerCount < 4096 && (fd = dup(2)) >= 0;)
+                gFillers[gFillerCount++] = fd;
+            atexit(releaseFillers);
             s->registerEvents(recordEvent);
             fprintf(stderr, "still running\n");
             _exit(0);
