@@ -33,8 +33,8 @@ struct ForgottenRecords
 
 ForgottenRecords& forgotten()
 {
-    static ForgottenRecords records;
-    return records;
+    static ForgottenRecords* records = new ForgottenRecords;
+    return *records;
 }
 
 void copyTexts(ClusterInfo* dst, const ClusterInfo* src)
