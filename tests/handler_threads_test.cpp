@@ -18,6 +18,7 @@
 #include <vector>
 
 #include <quelvane/api_poll.h>
+#include <quelvane/cluster_info.h>
 
 using namespace qvtest;
 
@@ -388,5 +389,112 @@ TEST(HandlerThreads, WakeupTimerThreadWithoutScanBroadcastsOnly)
     Rescuer rescuer(h, 0);
     PollingHandler::term();
     rescuer.join();
+    log.closedByLibrary();
+}
+
+TEST(HandlerThreads, ScanReleasesTheTimerAndACycleRuns)
+{
+    installSigtermHandler();
+    FakeDaemon daemon;
+    FakeTool kx("kxctl");
+    LogCapture log;
+    startHandler(daemon, kx, MGMT_PROTOCOL_BACKGROUND);
+    PollingHandler* h = thePollingHandler;
+    ASSERT_TRUE(waitFor([&] { return textCount(log, "wait\n") == 2; }));
+
+    // Only the node scan so far: the timer stays put.
+    h->getPollingLock();
+    h->recipe->nodeUpdateTime.tv_sec = 100;
+    h->releasePollingLock();
+    h->wakeupTimerThread();
+    EXPECT_EQ(latch(h, TimerPollConditionMet), 0);
+
+    std::atomic<bool> cycleSeen{false};
+    std::thread waiter([&] {
+        h->waitCmdThreadDone();
+        cycleSeen = true;
+    });
+    ASSERT_TRUE(waitFor([&] { return latch(h, CmdWaiters) == 1; }));
+
+    // Both scans stamped: the next wake-up releases the timer for good.
+    h->getPollingLock();
+    h->recipe->diskSdrUpdateTime.tv_sec = 200;
+    h->releasePollingLock();
+    EXPECT_EQ(h->wakeupTimerThread(), 0);
+    EXPECT_EQ(latch(h, TimerPollConditionMet), 1);
+    waiter.join();
+    EXPECT_TRUE(cycleSeen.load());
+    EXPECT_EQ(latch(h, CmdPollConditionMet), 0);
+    ASSERT_TRUE(waitFor([&] { return textCount(log, "get disk access\n") == 1; }));
+    EXPECT_EQ(textCount(log, "get fs manager\n"), 1u);
+    EXPECT_EQ(textCount(log, "get mounted nodes\n"), 1u);
+    EXPECT_EQ(textCount(log, "get fs config\n"), 1u);
+    EXPECT_EQ(textCount(log, "handlerP->timer_terminate = 0\n"), 1u);
+    EXPECT_EQ(textCount(log, "handlerP->terminate = 0\n"), 1u);
+
+    // A signal cuts the timer's sleep short and brings the next tick forward.
+    std::atomic<bool> secondCycle{false};
+    std::thread waiter2([&] {
+        h->waitCmdThreadDone();
+        secondCycle = true;
+    });
+    ASSERT_TRUE(waitFor([&] { return latch(h, CmdWaiters) == 1; }));
+    // (Signalled again until the tick comes, in case a signal lands just
+    // before the timer has gone back to sleep.)
+    auto end = Clock::now() + std::chrono::seconds(3);
+    while (!secondCycle && Clock::now() < end) {
+        pthread_kill(h->timerThread, SIGTERM);
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    if (!secondCycle)
+        h->notifyCmdThreadDone();
+    waiter2.join();
+    EXPECT_TRUE(secondCycle.load());
+    EXPECT_GE(textCount(log, "get disk access\n"), 2u);
+
+    // Let the command thread finish whatever ticks are pending and go idle.
+    ASSERT_TRUE(waitFor([&] {
+        size_t cycles = textCount(log, "handlerP->terminate = 0\n");
+        return latch(h, PollConditionMet) == 0 && textCount(log, "get disk access\n") == cycles &&
+               textCount(log, "wait\n") == cycles + 2;
+    }));
+
+    // Teardown: the command thread needs one more tick; the timer's sleep is
+    // cut by the destructor's signal.
+    Rescuer rescuer(h, 0);
+    PollingHandler::term();
+    rescuer.join();
+    std::string text = log.text();
+    log.closedByLibrary();
+    EXPECT_NE(text.find("handlerP->terminate = 1\n"), std::string::npos);
+    EXPECT_NE(text.find("handlerP->timer_terminate = 1\n"), std::string::npos);
+    EXPECT_NE(text.find("Joined cmdThread\n"), std::string::npos);
+    EXPECT_NE(text.find("Joined timerThread\n"), std::string::npos);
+    EXPECT_NE(text.find("Joined dispatchThread\n"), std::string::npos);
+    EXPECT_EQ(text.find("Couldn't"), std::string::npos);
+}
+
+TEST(HandlerThreads, CopyRecipeWaitsForTheLock)
+{
+    FakeDaemon daemon;
+    FakeTool kx("kxctl");
+    LogCapture log;
+    startHandler(daemon, kx, MGMT_PROTOCOL_DIRECT);
+    PollingHandler* h = thePollingHandler;
+    MErrno err = 0;
+    ClusterInfo tree(&err);
+    strcpy(h->recipe->clusterName, "clu");
+    h->getPollingLock();
+    std::atomic<bool> copied{false};
+    std::thread t([&] {
+        h->copyRecipe(&tree);
+        copied = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_FALSE(copied.load());
+    h->releasePollingLock();
+    t.join();
+    EXPECT_STREQ(tree.clusterName, "clu");
+    PollingHandler::term();
     log.closedByLibrary();
 }

@@ -506,3 +506,76 @@ TEST(StagedFrame, EmptyResponseFitsAnything)
     EXPECT_EQ(countRequests(daemon, "tavrel stg"), 1u);
     PollingHandler::term();
 }
+
+TEST(KeywordScan, CountedUncountedLimitsAndConversions)
+{
+    FakeDaemon daemon;
+    daemon.respond("tavrel kw", {"_tavrel _name_ n1 _a_ 5 _skip_ 9 _name_ n2 _b_ 7 _c_ 1.5 _d_ -3 _e_ 99",
+                                 "_tavrel _a_ 1 _b_ 2 _c_ 3 _d_",
+                                 "_tavrel _w_ x y _a_ 6"});
+    FakeTool kx("kxctl");
+    startHandler(daemon, kx, POLL_LOCAL_NODE);
+    TavrelWrapperUtils* tw = thePollingHandler->tavrelWrapper;
+    ASSERT_EQ(thePollingHandler->processCommand("tavrel kw"), 0);
+    tw->prepBuffer();
+
+    // Line 1: "_name_" is not counted; the scan stops once 3 counted matches
+    // have been made ("until the count exceeds 2"), so "_d_" is never seen.
+    ASSERT_TRUE(tw->getNextInstance("_tavrel"));
+    char name[4] = "";
+    int32_t a = 0;
+    uint64_t b = 0;
+    double c = 0;
+    int64_t d = 0;
+    const qv::KwField t1[] = {qv::kwText("_name_", name, false), qv::kwI32("_a_", &a),
+                              qv::kwU64("_b_", &b), qv::kwDouble("_c_", &c), qv::kwI64("_d_", &d)};
+    EXPECT_EQ(qv::keywordScan(tw, t1, qv::kwExceeds(2)), 3);
+    EXPECT_STREQ(name, "n2");
+    EXPECT_EQ(a, 5);
+    EXPECT_EQ(b, 7u);
+    EXPECT_EQ(c, 1.5);
+    EXPECT_EQ(d, 0);
+
+    // Line 2: a keyword at the end of the line takes an empty value.
+    ASSERT_TRUE(tw->getNextInstance("_tavrel"));
+    d = 42;
+    EXPECT_EQ(qv::keywordScan(tw, t1, 10), 4);
+    EXPECT_EQ(d, 0);
+
+    // Line 3: a custom conversion takes two words.
+    ASSERT_TRUE(tw->getNextInstance("_tavrel"));
+    std::string pair;
+    const qv::KwField t3[] = {qv::kwCustom("_w_", [&](char* v, TavrelWrapperUtils* s) {
+                                  pair = v;
+                                  char* second = s->getNextToken();
+                                  pair += std::string("+") + (second ? second : "");
+                              }),
+                              qv::kwI32("_a_", &a)};
+    EXPECT_EQ(qv::keywordScan(tw, t3, 2), 2);
+    EXPECT_EQ(pair, "x+y");
+    EXPECT_EQ(a, 6);
+    tw->cleanupCommand();
+    PollingHandler::term();
+}
+
+TEST(KeywordScan, TextIsBoundedToItsArray)
+{
+    FakeDaemon daemon;
+    daemon.respond("tavrel kw", {"_tavrel _n_ abcdefgh"});
+    FakeTool kx("kxctl");
+    startHandler(daemon, kx, POLL_LOCAL_NODE);
+    TavrelWrapperUtils* tw = thePollingHandler->tavrelWrapper;
+    ASSERT_EQ(thePollingHandler->processCommand("tavrel kw"), 0);
+    tw->prepBuffer();
+    ASSERT_TRUE(tw->getNextInstance("_tavrel"));
+    struct {
+        char text[4];
+        char after[4];
+    } mem = {{'x', 'x', 'x', 'x'}, {'y', 'y', 'y', 'y'}};
+    const qv::KwField t[] = {qv::kwText("_n_", mem.text)};
+    EXPECT_EQ(qv::keywordScan(tw, t, 1), 1);
+    EXPECT_STREQ(mem.text, "abc");
+    EXPECT_EQ(mem.after[0], 'y');
+    tw->cleanupCommand();
+    PollingHandler::term();
+}
