@@ -3,6 +3,7 @@
 #include <quelvane/quelvane.h>
 
 #include <cstdio>
+#include <cstdlib>
 
 int main(int argc, char** argv)
 {

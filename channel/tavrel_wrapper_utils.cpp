@@ -1,0 +1,285 @@
+// The request session: construction, requests, spool scanning and the wait
+// for event lines.
+#include <quelvane/tavrel_wrapper_utils.h>
+#include <quelvane/kx_log.h>
+
+#include "channel/conn_element_internal.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <unistd.h>
+
+TavrelWrapperUtils* theTavrelWrapperUtils = nullptr;
+
+namespace {
+
+const char kResponsePath[] = "/var/vesk/tavrel/response";
+const char kTokenSeparators[] = " \n\t";
+const size_t kLineSize = 1048576;
+const size_t kRequestSize = 10240;
+
+bool startsWith(const char* line, const char* prefix)
+{
+    return strncmp(line, prefix, strlen(prefix)) == 0;
+}
+
+// Reads one spool line into `buf` of `size` bytes without its newline; the
+// rest of a line too long for the buffer is dropped. 10 at a newline, EOF at
+// the end of the file.
+int readSpoolLine(FILE* f, char* buf, size_t size)
+{
+    size_t pos = 0;
+    int c;
+    while ((c = getc(f)) != EOF && c != '\n') {
+        if (pos + 1 < size)
+            buf[pos++] = static_cast<char>(c);
+    }
+    buf[pos] = '\0';
+    return c;
+}
+
+} // namespace
+
+MErrno TavrelWrapperUtils::init(int debug)
+{
+    if (theTavrelWrapperUtils != nullptr)
+        return 0;
+    MErrno err = 0;
+    theTavrelWrapperUtils = new TavrelWrapperUtils(&err, debug);
+    if (err != 0) {
+        delete theTavrelWrapperUtils;
+        theTavrelWrapperUtils = nullptr;
+    }
+    return err;
+}
+
+void TavrelWrapperUtils::term()
+{
+    delete theTavrelWrapperUtils;
+    theTavrelWrapperUtils = nullptr;
+}
+
+TavrelWrapperUtils::TavrelWrapperUtils(MErrno* err, int debugArg)
+    : connection(nullptr),
+      responseFile(nullptr),
+      tokenSave(nullptr),
+      eventPipeIn(nullptr),
+      eventPipeOut(nullptr),
+      debug(debugArg)
+{
+    // The buffers start empty, so that a value handed out without a
+    // terminator of its own still ends inside the buffer.
+    memset(responsePath, 0, sizeof(responsePath));
+    memset(lineBuffer, 0, sizeof(lineBuffer));
+    memset(valueBuffer, 0, sizeof(valueBuffer));
+    memset(valueCopy, 0, sizeof(valueCopy));
+    *err = 0;
+    *err = commonInits();
+}
+
+TavrelWrapperUtils::~TavrelWrapperUtils()
+{
+    if (responseFile != nullptr)
+        fclose(responseFile);
+    delete connection;
+}
+
+int TavrelWrapperUtils::commonInits()
+{
+    snprintf(responsePath, sizeof(responsePath), "%s", kResponsePath);
+    responseFile = fopen(responsePath, "w+");
+    if (responseFile == nullptr) {
+        kx_print("Error: Failed to make response file\n");
+        return 1;
+    }
+    if (connect() != 0) {
+        kx_print("Error: Failed to make connection\n");
+        return 1;
+    }
+    return 0;
+}
+
+int TavrelWrapperUtils::connect()
+{
+    delete connection;
+    connection = new (std::nothrow) Tavrel_ConnectionElement(vesk_named_socket, -1);
+    if (connection == nullptr) {
+        kx_print("Error: Failed to allocate memory\n");
+        return 1;
+    }
+    connection->set_trace(static_cast<short>(debug));
+    if (connection->connectSocket(debug) < 0) {
+        kx_print("Error: Failed to connect\n");
+        return 1;
+    }
+    return 0;
+}
+
+int TavrelWrapperUtils::processCommand(const char* cmd)
+{
+    int rc = sendCommand(cmd);
+    if (rc == 0)
+        return getResponse(cmd);
+    return rc;
+}
+
+int TavrelWrapperUtils::sendCommand(const char* cmd)
+{
+    if (debug != 0) {
+        fprintf(stderr, "Processing command %s\n", cmd);
+        fflush(stderr);
+    }
+
+    // A request must fit the buffer with its newline; a longer one is cut.
+    char request[kRequestSize];
+    snprintf(request, sizeof(request) - 1, "%s", cmd);
+    char* line = tavrel_findBlackSpace(request);
+    strcat(line, "\n");
+
+    int sent = connection->write(line, static_cast<int>(strlen(line)));
+    if (sent >= 0)
+        return 0;
+
+    // Reconnect once and have the caller send the request again, whether the
+    // connection came back or not. Only descriptor 0 is taken as fatal.
+    if (connection->connectSocket(0) == 0) {
+        kx_print("Error: ORLU daemon connection failed, exiting...\n");
+        exit(1);
+    }
+    return 2;
+}
+
+int TavrelWrapperUtils::getResponse(const char*)
+{
+    std::unique_ptr<char[]> buffer(new char[kLineSize]);
+    if (connection->get_socket() >= 0)
+        connection->drainStringSocket(buffer.get(), static_cast<int>(kLineSize), tavrel_blastLineToFile,
+                                      responseFile);
+    return 0;
+}
+
+int TavrelWrapperUtils::prepBuffer()
+{
+    rewind(responseFile);
+    return 0;
+}
+
+int TavrelWrapperUtils::cleanupCommand()
+{
+    if (responseFile != nullptr)
+        fclose(responseFile);
+    responseFile = fopen(responsePath, "w+");
+    return 0;
+}
+
+bool TavrelWrapperUtils::getNextInstance(const char* prefix)
+{
+    while (readSpoolLine(responseFile, lineBuffer, sizeof(lineBuffer)) != EOF) {
+        if (debug != 0)
+            fprintf(stderr, "%s\n", lineBuffer);
+        if (startsWith(lineBuffer, prefix))
+            return true;
+    }
+    return false;
+}
+
+int TavrelWrapperUtils::getNextResponse(const char* prefix)
+{
+    fpos_t position;
+    fgetpos(responseFile, &position);
+    std::unique_ptr<char[]> line(new char[kLineSize]);
+    int rc = readSpoolLine(responseFile, line.get(), kLineSize);
+    int found = (rc != EOF && startsWith(line.get(), prefix)) ? 1 : 0;
+    fsetpos(responseFile, &position);
+    return found;
+}
+
+int TavrelWrapperUtils::getInstanceCount(const char* prefix)
+{
+    rewind(responseFile);
+    std::unique_ptr<char[]> line(new char[kLineSize]);
+    int count = 0;
+    for (;;) {
+        memset(line.get(), 0, kLineSize);
+        if (readSpoolLine(responseFile, line.get(), kLineSize) == EOF)
+            break;
+        if (debug != 0) {
+            fprintf(stderr, "%s\n", line.get());
+            fflush(stderr);
+        }
+        if (startsWith(line.get(), prefix))
+            ++count;
+    }
+    return count;
+}
+
+char* TavrelWrapperUtils::beginParsing()
+{
+    tokenSave = nullptr;
+    return strtok_r(lineBuffer, kTokenSeparators, &tokenSave);
+}
+
+char* TavrelWrapperUtils::getNextToken()
+{
+    if (tokenSave == nullptr)
+        return nullptr;
+    char* token = strtok_r(nullptr, kTokenSeparators, &tokenSave);
+    if (token == nullptr)
+        return nullptr;
+    if (token[0] == '\'')
+        ++token;
+    size_t length = strlen(token);
+    if (length > 0 && token[length - 1] == '\'')
+        token[length - 1] = '\0';
+    return token;
+}
+
+char* TavrelWrapperUtils::getBufferedValue(const char* keyword, unsigned int atLineStart, int len)
+{
+    if (tavrel_grabKeywordValue(lineBuffer, keyword, valueBuffer, atLineStart) == nullptr)
+        return const_cast<char*>("");
+    size_t count = len < 0 ? 0 : static_cast<size_t>(len);
+    if (count > sizeof(valueCopy))
+        count = sizeof(valueCopy);
+    strncpy(valueCopy, valueBuffer, count);
+    return valueCopy;
+}
+
+void TavrelWrapperUtils::registerEvents(int (*cb)(char*, void*))
+{
+    int fds[2];
+    if (pipe(fds) != 0) {
+        kx_print("Error opening event handler pipe.\n");
+        exit(1);
+    }
+    eventPipeIn = fdopen(fds[0], "r");
+    eventPipeOut = eventPipeIn != nullptr ? fdopen(fds[1], "w") : nullptr;
+    if (eventPipeIn == nullptr || eventPipeOut == nullptr) {
+        kx_print("Error opening event handler pipe.\n");
+        exit(1);
+    }
+    connection->callback = cb;
+    connection->callbackData = nullptr;
+}
+
+void TavrelWrapperUtils::waitEvents()
+{
+    static std::atomic<int> showEvents{0};
+    char* buffer = static_cast<char*>(malloc(kRequestSize));
+    showEvents = 1;
+    for (;;) {
+        int rc = tavrel_readlnBounded(eventPipeIn, buffer, kRequestSize,
+                                      showEvents != 0 ? connection : nullptr);
+        if (rc != -1)
+            continue;
+        // The lost descriptor stays open: reconnecting takes a new one.
+        if (connection->connectSocket(0) >= 0)
+            continue;
+        kx_print("Error: Events handler ORLU daemon connection failed, exiting...\n");
+        free(buffer);
+        return;
+    }
+}

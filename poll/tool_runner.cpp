@@ -1,0 +1,64 @@
+#include "poll/tool_runner_internal.h"
+
+#include <cstdio>
+#include <vector>
+
+#include <quelvane/kx_log.h>
+
+namespace qv {
+
+const char* const kToolDir = "/usr/kpx/vesk/bin";
+
+int skipToolLines(FILE* stream, int count)
+{
+    char buf[400];
+    for (int i = 0; i < count; i++) {
+        if (fgets(buf, sizeof(buf), stream) == nullptr)
+            break;
+    }
+    return 0;
+}
+
+ToolRunResult runTool(const char* who, const char* command, const ToolLineFn& onLine,
+                      const ToolRunOptions& opts)
+{
+    ToolRunResult result;
+    FILE* stream = popen(command, "r");
+    if (stream == nullptr) {
+        char msg[1024 + 64];
+        if (opts.openFailFormat != nullptr) {
+            snprintf(msg, sizeof(msg), opts.openFailFormat, command);
+            kx_log(2, who, "%s", msg);
+        }
+        if (opts.openFailStderrFormat != nullptr) {
+            fprintf(stderr, opts.openFailStderrFormat, command);
+            fflush(stderr);
+        }
+        return result;
+    }
+    result.started = true;
+    if (opts.skipFirst > 0)
+        skipToolLines(stream, opts.skipFirst);
+
+    int size = opts.lineSize > 1 ? opts.lineSize : 400;
+    std::vector<char> own;
+    char* buf = opts.lineBuffer;
+    if (buf == nullptr) {
+        own.assign(static_cast<size_t>(size), '\0');
+        buf = own.data();
+    }
+    while (fgets(buf, size, stream) != nullptr) {
+        result.lines++;
+        if (onLine && !onLine(buf)) {
+            result.stopped = true;
+            break;
+        }
+    }
+    result.rawStatus = pclose(stream);
+    result.exitStatus = toolExitStatus(result.rawStatus);
+    if (result.exitStatus != 0 && opts.logExitStatus)
+        kx_log(2, who, "pclose exit status: %d\n", result.exitStatus);
+    return result;
+}
+
+}  // namespace qv
