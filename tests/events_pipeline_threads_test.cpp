@@ -832,3 +832,332 @@ TEST(SendThread, LineLongerThanItsBufferIsDecodedFromTheFreshArray)
     EXPECT_EQ(got[0].type, 21);
     EXPECT_EQ(got[0].node, "big");
 }
+
+// ------------------------------------------------ against the fake daemon
+
+#include "support/fake_daemon.h"
+
+#include <quelvane/tavrel_wrapper_utils.h>
+
+#include <future>
+
+namespace {
+
+// EventsHandler::run on a thread of the test, with a bounded wait for its end.
+class Runner
+{
+public:
+    Runner()
+    {
+        done_ = promise_.get_future();
+        t_ = std::thread([this] {
+            theEventsHandler->run();
+            promise_.set_value();
+        });
+    }
+    ~Runner()
+    {
+        if (t_.joinable())
+            t_.join();
+    }
+    bool waitEnded(std::chrono::milliseconds limit = 5000ms)
+    {
+        return done_.wait_for(limit) == std::future_status::ready;
+    }
+
+private:
+    std::promise<void> promise_;
+    std::future<void> done_;
+    std::thread t_;
+};
+
+const std::string kDaemonLostLine =
+    ": quelvane_lib: Error: Events handler ORLU daemon connection failed, exiting\\.\\.\\.";
+
+} // namespace
+
+TEST(EventsPipeline, TermWithoutSingletonDoesNothing)
+{
+    ASSERT_EQ(theEventsHandler, nullptr);
+    EventsHandler::term();
+    EventsHandler::term();
+    EXPECT_EQ(theEventsHandler, nullptr);
+}
+
+TEST(EventsPipeline, InitOpensItsOwnConnectionAndWritesNothing)
+{
+    FakeDaemon daemon;
+    int dummy = 0;
+    PollingHandler* fake = reinterpret_cast<PollingHandler*>(&dummy);
+    ASSERT_EQ(EventsHandler::init(fake, 1), 0);
+    ASSERT_NE(theEventsHandler, nullptr);
+    EXPECT_EQ(theEventsHandler->pollingHandler, fake);
+    EXPECT_EQ(theEventsHandler->debug, 1);
+    ASSERT_NE(theEventsHandler->tavrelWrapper, nullptr);
+    EXPECT_EQ(theEventsHandler->tavrelWrapper->debug, 0);   // its own trace stays off
+    EXPECT_NE(theEventsHandler->tavrelWrapper->eventPipeIn, nullptr);
+    EXPECT_NE(theEventsHandler->tavrelWrapper->eventPipeOut, nullptr);
+    ASSERT_NE(theEventsHandler->tavrelWrapper->connection, nullptr);
+    EXPECT_NE(theEventsHandler->tavrelWrapper->connection->callback, nullptr);
+    EXPECT_EQ(theEventsHandler->tavrelWrapper->connection->callbackData, nullptr);
+    EXPECT_EQ(theEventsHandler->eventListTail, &theEventsHandler->eventListHead);
+    ASSERT_TRUE(daemon.waitForConnections(1));
+    std::this_thread::sleep_for(50ms);
+    EXPECT_EQ(daemon.connectionsAccepted(), 1u);
+    EXPECT_EQ(daemon.received(), "");
+    EventsHandler::term();
+    EXPECT_EQ(theEventsHandler, nullptr);
+    EventsHandler::term();   // twice is harmless
+    EXPECT_EQ(theEventsHandler, nullptr);
+}
+
+TEST(EventsPipeline, InitWithoutDaemonReportsTheSessionError)
+{
+    StderrCapture cap;
+    MErrno rc = EventsHandler::init(nullptr, 0);
+    std::string err = cap.finish();
+    EXPECT_NE(rc, 0);
+    // The singleton stays in place with its failed session.
+    ASSERT_NE(theEventsHandler, nullptr);
+    EXPECT_NE(theEventsHandler->tavrelWrapper, nullptr);
+    std::vector<std::string> lines = splitLines(err);
+    ASSERT_FALSE(lines.empty());
+    EXPECT_TRUE(std::regex_match(lines.back(),
+                                 std::regex(std::string(kTimeRegex) +
+                                            ": quelvane_lib: _error_ creating tavrel wrapper utils")))
+        << err;
+    EventsHandler::term();
+    EXPECT_EQ(theEventsHandler, nullptr);
+}
+
+TEST(EventsPipeline, SecondInitReplacesTheSingleton)
+{
+    FakeDaemon daemon;
+    ASSERT_EQ(EventsHandler::init(nullptr, 0), 0);
+    EventsHandler* first = theEventsHandler;
+    ASSERT_EQ(EventsHandler::init(nullptr, 0), 0);
+    EXPECT_NE(theEventsHandler, first);
+    ASSERT_TRUE(daemon.waitForConnections(2));
+    EventsHandler::term();
+    // The first object was abandoned by the second init; put it back to
+    // dispose of it.
+    theEventsHandler = first;
+    EventsHandler::term();
+    EXPECT_EQ(theEventsHandler, nullptr);
+    EXPECT_EQ(daemon.received(), "");
+}
+
+TEST(EventsPipeline, ThousandMixedEventsDuringASlowCallbackArriveOnceInOrder)
+{
+    FakeDaemon daemon;
+    ASSERT_EQ(EventsHandler::init(nullptr, 0), 0);
+    Sink sink;
+    sink.gateFirst = true;
+    sink.registerAll(theEventsHandler);
+    ASSERT_TRUE(daemon.waitForConnections(1));
+
+    // Kinds in turn; the node (or the filesystem) carries the sequence number.
+    auto lineFor = [](int i, int* type) {
+        std::string s = std::to_string(i);
+        switch (i % 9) {
+        case 0: *type = 0; return "_event_ mount _node_ " + s + " _fs_ f _severity_ INFO";
+        case 1: *type = 1; return "_event_ unmount _fs_ 'a fs' _node_ " + s;
+        case 2: *type = 6; return "_event_ failure _node_ " + s + " _severity_ ERROR";
+        case 3: *type = 7; return "_event_ recovery _node_ " + s;
+        case 4: *type = 11; return "_event_ newconnection _n_ " + s;
+        case 5: *type = 15; return "_event_ poolutil _fs_ " + s + " _pool_ p _util_ 90 _status_ hi";
+        case 6: *type = 19; return "_event_ consoleLog _n_ " + s + " _level_ 1 _msg_ it's 'fine'";
+        case 7: *type = 21; return "_event_ userEvent _n_ " + s + " _arg_ 'x y'";
+        default:
+            *type = 31;
+            return "_event_ nsdCksumMismatch _n_ " + s +
+                   " _role_ r _othernode_ o _nsd_ d _reason_ x _sector_ 1 _dlen_ 2 _ecc_ 3 "
+                   "_ecs_ 4 _ecnsd_ 5 _ri_ 6";
+        }
+    };
+
+    auto start = std::chrono::steady_clock::now();
+    Runner runner;
+    std::vector<int> expectedTypes;
+    int type = -1;
+    daemon.pushEvent(lineFor(0, &type));
+    expectedTypes.push_back(type);
+    ASSERT_TRUE(sink.waitEntered());   // the first callback now holds the send thread
+    for (int i = 1; i < 1000; ++i) {
+        daemon.pushEvent(lineFor(i, &type));
+        expectedTypes.push_back(type);
+        if (i % 100 == 0) {
+            // Lines that reach no callback are interleaved.
+            daemon.pushEvent("_event_ exception _node_ x");
+            daemon.pushEvent("_event_ unheardof _node_ x");
+        }
+    }
+    sink.open();
+    ASSERT_TRUE(sink.waitCount(1000, 10000ms));
+    std::this_thread::sleep_for(100ms);   // nothing more comes
+
+    StderrCapture quiet;   // the final connection error is checked elsewhere
+    daemon.stop();
+    ASSERT_TRUE(runner.waitEnded());
+    quiet.finish();
+    auto elapsed = std::chrono::steady_clock::now() - start;
+
+    auto got = sink.snapshot();
+    ASSERT_EQ(got.size(), 1000u);
+    for (int i = 0; i < 1000; ++i) {
+        ASSERT_EQ(got[i].type, expectedTypes[i]) << i;
+        ASSERT_EQ(got[i].node, std::to_string(i)) << i;
+    }
+    EXPECT_EQ(got[0].severity, "INFO");
+    EXPECT_EQ(got[2].severity, "ERROR");
+    EXPECT_EQ(daemon.received(), "");
+    EXPECT_EQ(daemon.connectionsAccepted(), 1u);
+    EXPECT_LT(std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count(), 5000);
+    EventsHandler::term();
+}
+
+TEST(EventsPipeline, DaemonRestartReconnectsOnceAndEventsFlowAgain)
+{
+    FakeDaemon daemon;
+    ASSERT_EQ(EventsHandler::init(nullptr, 0), 0);
+    Sink sink;
+    sink.registerAll(theEventsHandler);
+    ASSERT_TRUE(daemon.waitForConnections(1));
+    StderrCapture cap;
+    Runner runner;
+
+    daemon.pushEvent("_event_ mount _node_ before1 _fs_ f");
+    daemon.pushEvent("_event_ failure _node_ before2");
+    ASSERT_TRUE(sink.waitCount(2));
+
+    daemon.dropConnections();
+    ASSERT_TRUE(daemon.waitForConnections(2));
+    std::this_thread::sleep_for(100ms);
+    EXPECT_EQ(daemon.connectionsAccepted(), 2u);   // exactly one reconnection
+    EXPECT_EQ(daemon.openConnections(), 1u);
+
+    daemon.pushEvent("_event_ recovery _node_ after1");
+    daemon.pushEvent("_event_ userEvent _n_ after2 _arg_ a");
+    ASSERT_TRUE(sink.waitCount(4));
+    EXPECT_EQ(cap.finish(), "");   // a regained connection is not reported
+    EXPECT_EQ(daemon.received(), "");
+
+    StderrCapture quiet;   // the final connection error is checked elsewhere
+    daemon.stop();
+    ASSERT_TRUE(runner.waitEnded());
+    quiet.finish();
+    auto got = sink.snapshot();
+    ASSERT_EQ(got.size(), 4u);
+    EXPECT_EQ(got[0].node, "before1");
+    EXPECT_EQ(got[1].node, "before2");
+    EXPECT_EQ(got[2].type, 7);
+    EXPECT_EQ(got[2].node, "after1");
+    EXPECT_EQ(got[3].type, 21);
+    EXPECT_EQ(got[3].node, "after2");
+    EXPECT_EQ(daemon.connectionsAccepted(), 2u);
+    EXPECT_EQ(daemon.received(), "");   // nothing written, not even after reconnecting
+    EventsHandler::term();
+}
+
+TEST(EventsPipeline, DaemonDownForGoodEndsBothThreadsWithOneErrorLine)
+{
+    FakeDaemon daemon;
+    ASSERT_EQ(EventsHandler::init(nullptr, 0), 0);
+    Sink sink;
+    sink.registerAll(theEventsHandler);
+    ASSERT_TRUE(daemon.waitForConnections(1));
+    StderrCapture cap;
+    Runner runner;
+    daemon.pushEvent("_event_ mount _node_ n1 _fs_ f");
+    ASSERT_TRUE(sink.waitCount(1));
+
+    daemon.stop();
+    ASSERT_TRUE(runner.waitEnded());   // both threads ended, run returned
+    std::string err = cap.finish();
+    std::vector<std::string> lines = splitLines(err);
+    ASSERT_EQ(lines.size(), 1u) << err;
+    EXPECT_TRUE(std::regex_match(lines[0], std::regex(std::string(kTimeRegex) + kDaemonLostLine)))
+        << lines[0];
+    EXPECT_EQ(__atomic_load_n(&theEventsHandler->receiveDone, __ATOMIC_ACQUIRE), 1);
+    EXPECT_EQ(daemon.connectionsAccepted(), 1u);
+    EXPECT_EQ(daemon.received(), "");
+
+    // Lines left in the list at the end are freed by term (leak detection
+    // checks them).
+    EventItem* left = EventItem::strdup("_event_ mount _node_ late _fs_ f");
+    theEventsHandler->appendEventToList(left, left, 1, 0);
+    EventsHandler::term();
+    EXPECT_EQ(theEventsHandler, nullptr);
+    EXPECT_EQ(sink.snapshot().size(), 1u);
+}
+
+TEST(EventsPipeline, RunLogsItsStepsAndTheThreadsTheirEnd)
+{
+    FakeDaemon daemon;
+    char logPath[] = "/tmp/events-run-log-XXXXXX";
+    int fd = mkstemp(logPath);
+    ASSERT_GE(fd, 0);
+    close(fd);
+    ASSERT_EQ(EventsHandler::init(nullptr, 0), 0);
+    QuelvaneLogFileP = fopen(logPath, "w");
+    ASSERT_NE(QuelvaneLogFileP, nullptr);
+    ASSERT_TRUE(daemon.waitForConnections(1));
+    StderrCapture quiet;
+    Runner runner;
+    std::this_thread::sleep_for(100ms);
+    daemon.stop();
+    ASSERT_TRUE(runner.waitEnded());
+    quiet.finish();
+    fclose(QuelvaneLogFileP);
+    QuelvaneLogFileP = nullptr;
+    EventsHandler::term();
+
+    std::vector<std::string> log = splitLines(readFile(logPath));
+    ASSERT_EQ(log.size(), 5u) << readFile(logPath);
+    auto has = [&](const std::string& tail) {
+        for (const std::string& l : log)
+            if (std::regex_match(l, std::regex(std::string(kTimeRegex) + ": INFO: " + tail)))
+                return true;
+        return false;
+    };
+    EXPECT_TRUE(std::regex_match(log[0], std::regex(std::string(kTimeRegex) +
+                                                    ": INFO: EventsHandler::run: wait threads")))
+        << log[0];
+    EXPECT_TRUE(has("EventsHandler::sendHandlerBody: exiting\\.\\.\\."));
+    EXPECT_TRUE(has("EventsHandler::receiveHandlerBody: exiting\\.\\.\\."));
+    EXPECT_TRUE(has("EventsHandler::run: joined the send thread"));
+    EXPECT_TRUE(std::regex_match(log[4], std::regex(std::string(kTimeRegex) +
+                                                    ": INFO: EventsHandler::run: joined the "
+                                                    "receive thread")))
+        << log[4];
+}
+
+TEST(EventsPipeline, SdrChangedRefreshesTheHandlerGivenToInit)
+{
+    FakeDaemon daemon;
+    Sink sink;
+    RefreshHookGuard guard(&sink);
+    int dummy = 0;
+    PollingHandler* fake = reinterpret_cast<PollingHandler*>(&dummy);
+    ASSERT_EQ(EventsHandler::init(fake, 0), 0);
+    sink.registerAll(theEventsHandler);
+    ASSERT_TRUE(daemon.waitForConnections(1));
+    Runner runner;
+    daemon.pushEvent("_event_ sdrChanged _node_ n1 _severity_ INFO");
+    daemon.pushEvent("_event_ mount _node_ n2 _fs_ f");
+    ASSERT_TRUE(sink.waitCount(2));
+    StderrCapture quiet;   // the final connection error is checked elsewhere
+    daemon.stop();
+    ASSERT_TRUE(runner.waitEnded());
+    quiet.finish();
+    {
+        std::lock_guard<std::mutex> lock(sink.m);
+        EXPECT_EQ(sink.order, (std::vector<std::string>{"refresh", "callback:16", "callback:0"}));
+        ASSERT_EQ(refreshHandlers.size(), 1u);
+        EXPECT_EQ(refreshHandlers[0], fake);
+        EXPECT_EQ(refreshThreads[0], sink.got[0].thread);
+        EXPECT_EQ(sink.got[0].severity, "INFO");
+    }
+    EXPECT_EQ(daemon.received(), "");
+    EventsHandler::term();
+}
