@@ -1014,7 +1014,7 @@ TEST(EventsPipeline, ThousandMixedEventsDuringASlowCallbackArriveOnceInOrder)
     EXPECT_EQ(got[2].severity, "ERROR");
     EXPECT_EQ(daemon.received(), "");
     EXPECT_EQ(daemon.connectionsAccepted(), 1u);
-    EXPECT_LT(std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count(), 5000);
+    EXPECT_LT(std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count(), 8000);
     EventsHandler::term();
 }
 
