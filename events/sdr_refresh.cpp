@@ -5,11 +5,14 @@
 
 void defaultSdrRefresh(PollingHandler* handler)
 {
-    // PENDING: this is to become `handler->updateDiskSDRInfo(1);` (result
-    // ignored, no polling lock taken here). PollingHandler is only forward
-    // declared for now; its declaration (poll/api_poll.h) and the collector
-    // updateDiskSDRInfo have not reached this tree yet. Until then an
-    // sdrChanged event refreshes nothing.
+    // PENDING: this is to become
+    //     handler->updateDiskSDRInfo(1);   // result ignored, no polling lock here
+    // with #include <quelvane/api_poll.h>. PollingHandler::updateDiskSDRInfo
+    // is declared there but not yet defined in the library (the disk
+    // repository collector has not landed), so calling it would leave the
+    // library with an unresolved symbol. Until then an sdrChanged event
+    // refreshes nothing; the rest of its handling (record, callback) is
+    // complete.
     (void)handler;
 }
 
