@@ -576,3 +576,22 @@ TEST_F(FsCollect, CallerFilesystemsFollowTheRecipe)
     // The list of filesystems itself is never changed by this poll.
     ASSERT_EQ(handler()->recipe->filesystemItems.size(), 1u);
 }
+
+TEST_F(FsCollect, LineWithoutRcCountsAsCodeZero)
+{
+    daemon.respond("tavrel gfis", {"_tavrel _fs_ fs1 _n_ 10.0.0.1 _br_ 6 _rc_",
+                                   "_tavrel _fs_ fs1 _n_ 10.0.0.2 _br_ 7"});
+    startHandler(POLL_LOCAL_CLUSTER, 1);
+    addNode("10.0.0.1", "n1");
+    addNode("10.0.0.2", "n2");
+    addFs("fs1");
+    MErrno err = 0;
+    ClusterInfo caller(&err);
+    StderrCapture cap;
+    EXPECT_EQ(handler()->updateFilesystemInfo(&caller, 1), 0);
+    for (const std::string& l : stderrLines(cap.finish()))
+        EXPECT_EQ(l.find("returned error"), std::string::npos) << l;
+    EXPECT_EQ(perfAddresses(caller.filesystemItems[0]), (Lines{"10.0.0.1", "10.0.0.2"}));
+    EXPECT_EQ(caller.filesystemItems[0]->bytesRead, 13u);
+    EXPECT_EQ(caller.filesystemItems[0]->perfInstances, 2u);
+}
