@@ -62,7 +62,7 @@ DiskInfo* findDisk(ClusterInfo* clusterP, const char* diskName)
 // One row of the device table: disk name, an unused column, the device, the
 // node name. The row is cut at blanks only, so the last word of a row keeps
 // its newline.
-void handleDeviceRow(ClusterInfo* clusterP, char* line)
+void handleDeviceRow(CommandWrapperUtils* tokens, ClusterInfo* clusterP, char* line)
 {
     char diskName[256];
     char deviceName[256];
@@ -73,7 +73,7 @@ void handleDeviceRow(ClusterInfo* clusterP, char* line)
 
     char* save = nullptr;
     for (int column = 0; column < 4; column++) {
-        char* token = theCommandWrapperUtils->getTableNextToken(line, &save);
+        char* token = tokens->getTableNextToken(line, &save);
         if (token == nullptr)
             break;
         if (column == 0)
@@ -140,7 +140,7 @@ int PollingHandler::updateDiskAccessInfo(ClusterInfo* clusterP)
     qv::ToolRunResult run = qv::runTool(kWhoPaths, cmd, [&](char* line) {
         if (line[0] == '\n')
             return false;
-        handleDeviceRow(clusterP, line);
+        handleDeviceRow(commandWrapper, clusterP, line);
         return true;
     }, opts);
     if (!run.started || run.exitStatus != 0)

@@ -391,19 +391,19 @@ TEST_F(Dispatch, NullCallbackIsAllowed)
 
 TEST_F(Dispatch, ToolThatPrintsNothingShowsTheLastLineOfTheTaskBefore)
 {
-    FakeTool tool("vkquick");
+    FakeTool tool("vkquiet");
     tool.on("first", "line one\nlast one\n");
     tool.on("second", "");
     start();
     CallbackData d1{&rec, "1"}, d2{&rec, "2"};
-    ASSERT_EQ(handler()->addExecutionTask("vkquick", const_cast<char*>("first"), record, &d1), 0);
-    ASSERT_EQ(handler()->addExecutionTask("vkquick", const_cast<char*>("second"), record, &d2), 0);
+    ASSERT_EQ(handler()->addExecutionTask("vkquiet", const_cast<char*>("first"), record, &d1), 0);
+    ASSERT_EQ(handler()->addExecutionTask("vkquiet", const_cast<char*>("second"), record, &d2), 0);
     ASSERT_TRUE(rec.waitFor(2));
     Lines log = finish();
-    EXPECT_EQ(taskBlock(log, "/usr/kpx/vesk/bin/vkquick first 2>&1"),
-              normalBlock("/usr/kpx/vesk/bin/vkquick first 2>&1", "last one"));
-    EXPECT_EQ(taskBlock(log, "/usr/kpx/vesk/bin/vkquick second 2>&1"),
-              normalBlock("/usr/kpx/vesk/bin/vkquick second 2>&1", "last one"));
+    EXPECT_EQ(taskBlock(log, "/usr/kpx/vesk/bin/vkquiet first 2>&1"),
+              normalBlock("/usr/kpx/vesk/bin/vkquiet first 2>&1", "last one"));
+    EXPECT_EQ(taskBlock(log, "/usr/kpx/vesk/bin/vkquiet second 2>&1"),
+              normalBlock("/usr/kpx/vesk/bin/vkquiet second 2>&1", "last one"));
 }
 
 TEST_F(Dispatch, FailingToolLogsItsLastLineAsTheErrorDescription)
