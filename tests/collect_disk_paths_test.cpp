@@ -1,6 +1,6 @@
 // Disk paths: the device table of "vklsnsd -M", the paths over the first
 // server, and the merge into the recipe by node name.
-#include "support/descriptor_exhaustion.h"
+#include "support/popen_failure.h"
 #include "support/fake_tool.h"
 #include "support/files.h"
 #include "support/handler_fixture.h"
@@ -396,7 +396,7 @@ TEST_F(DiskPaths, ToolThatCannotBeStartedLogsTheCommand)
     StderrCapture err;
     int rc;
     {
-        DescriptorExhaustion full;
+        PopenFailure full;
         rc = handler()->updateDiskAccessInfo(&tree);
     }
     std::string stderrText = err.finish();

@@ -1,7 +1,7 @@
 // Filesystem attributes and mounts: manager, mounted nodes, attributes and
 // default mount point, each against its fake tool, with the caller's tree
 // and the recipe checked after the run.
-#include "support/descriptor_exhaustion.h"
+#include "support/popen_failure.h"
 #include "support/fake_tool.h"
 #include "support/files.h"
 #include "support/handler_fixture.h"
@@ -248,7 +248,7 @@ TEST_F(FsAttributes, ManagerToolThatCannotBeStarted)
     StderrCapture cap;
     int rc;
     {
-        DescriptorExhaustion full;
+        PopenFailure full;
         rc = handler()->updateFilesystemManagerInfo(&tree);
     }
     cap.finish();
@@ -375,7 +375,7 @@ TEST_F(FsAttributes, MountToolThatCannotBeStarted)
     StderrCapture cap;
     int rc;
     {
-        DescriptorExhaustion full;
+        PopenFailure full;
         rc = handler()->updateMountedNodeInfo(&tree);
     }
     cap.finish();
@@ -511,7 +511,7 @@ TEST_F(FsAttributes, AttributeToolThatCannotBeStarted)
     StderrCapture cap;
     int rc;
     {
-        DescriptorExhaustion full;
+        PopenFailure full;
         rc = handler()->updateFilesystemConfigInfo(&tree);
     }
     cap.finish();
@@ -581,7 +581,7 @@ TEST_F(FsAttributes, MountPointToolThatCannotBeStartedReleasesTheLock)
     StderrCapture cap;
     int rc;
     {
-        DescriptorExhaustion full;
+        PopenFailure full;
         rc = handler()->updateFilesystemMountPointInfo(&tree);
     }
     cap.finish();

@@ -1,6 +1,6 @@
 // Policies and rules from "vklspolicy": the caller's tree is filled, the
 // recipe brought into line by name, rules appended on every run.
-#include "support/descriptor_exhaustion.h"
+#include "support/popen_failure.h"
 #include "support/fake_tool.h"
 #include "support/files.h"
 #include "support/handler_fixture.h"
@@ -365,7 +365,7 @@ TEST_F(Policies, ListingToolThatCannotBeStartedLeavesTheRecipeAlone)
     StderrCapture cap;
     int rc;
     {
-        DescriptorExhaustion full;
+        PopenFailure full;
         rc = handler()->updatePolicyInfo(&tree);
     }
     cap.finish();
@@ -389,7 +389,7 @@ TEST_F(Policies, RuleToolThatCannotBeStarted)
     StderrCapture cap;
     int rc;
     {
-        DescriptorExhaustion full;
+        PopenFailure full;
         rc = handler()->fillRuleInfo(fs1, &policy);
     }
     cap.finish();

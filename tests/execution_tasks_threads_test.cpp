@@ -1,6 +1,6 @@
 // Execution tasks: the task records, the queue, and the dispatch thread that
 // runs queued tools one at a time and calls their callbacks.
-#include "support/descriptor_exhaustion.h"
+#include "support/popen_failure.h"
 #include "support/fake_tool.h"
 #include "support/files.h"
 #include "support/handler_fixture.h"
@@ -181,12 +181,22 @@ protected:
         startHandler(POLL_LOCAL_CLUSTER, 0, MGMT_PROTOCOL_BACKGROUND);
     }
 
-    // Ends the threads and the handler; the log, closed by term, is then
-    // read whole. Only the dispatch thread's lines are kept.
+    // Ends the threads one at a time, each after the last line of the one
+    // before, since log lines of threads that run together may interleave.
+    // The dispatch thread, the only one that may still be busy, goes first;
+    // the other two are idle until they are released. Then the handler ends
+    // and the log, closed by term, is read whole. Only the dispatch thread's
+    // lines are kept.
     Lines finish()
     {
         if (thePollingHandler != nullptr) {
-            releaseWorkerThreads(thePollingHandler);
+            keepProcessOnSigterm();
+            releaseDispatchThread(thePollingHandler);
+            EXPECT_TRUE(waitForText(kLogPath, "PollingHandler::dispatchHandlerBody: Exiting...\n"));
+            releaseCmdThread(thePollingHandler);
+            EXPECT_TRUE(waitForText(kLogPath, "PollingHandler::cmdHandlerBody: exiting...\n"));
+            releaseTimerThread(thePollingHandler);
+            EXPECT_TRUE(waitForText(kLogPath, "PollingHandler::timerHandlerBody: exiting...\n"));
             stopHandler();
         }
         Lines out;
@@ -449,19 +459,20 @@ TEST_F(Dispatch, ToolThatCannotBeStartedSkipsTheCallback)
     start();
     CallbackData d1{&rec, "first"}, d2{&rec, "second"};
     std::string cmd = "/usr/kpx/vesk/bin/vkquick first 2>&1";
+    StderrCapture cap;
+    bool seen = false;
     {
-        StderrCapture cap;
-        DescriptorExhaustion full(1);   // one left: enough to read the log, not for a pipe
+        PopenFailure full(64, 1);   // one left: enough to read the log, not for a pipe
+        ASSERT_GT(full.held(), 0u);
         ASSERT_EQ(handler()->addExecutionTask("vkquick", const_cast<char*>("first"), record, &d1), 0);
-        bool seen = waitForText(kLogPath, "Couldn't find " + cmd + " command");
-        full.release();
-        ASSERT_TRUE(seen);
-        std::string err = cap.finish();
-        EXPECT_NE(err.find("ERROR: PollingHandler::dispatchHandlerBody: Error: Couldn't find " + cmd +
-                           " command\n"),
-                  std::string::npos)
-            << err;
+        seen = waitForText(kLogPath, "Couldn't find " + cmd + " command");
     }
+    ASSERT_TRUE(seen);
+    std::string err = cap.finish();
+    EXPECT_NE(err.find("ERROR: PollingHandler::dispatchHandlerBody: Error: Couldn't find " + cmd +
+                       " command\n"),
+              std::string::npos)
+        << err;
     ASSERT_EQ(handler()->addExecutionTask("vkquick", const_cast<char*>("second"), record, &d2), 0);
     ASSERT_TRUE(rec.waitFor(1));
     EXPECT_EQ(rec.names(), (Lines{"second"}));
