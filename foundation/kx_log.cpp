@@ -55,7 +55,9 @@ void runRotationCommand(const char* cmd)
 
 void kx_log(int level, const char* who, const char* fmt, ...)
 {
-    FILE* log = QuelvaneLogFileP;
+    // The handler may open the log while its worker threads already log:
+    // take the stream pointer in one indivisible load.
+    FILE* log = __atomic_load_n(&QuelvaneLogFileP, __ATOMIC_ACQUIRE);
     if (log == nullptr)
         return;
 

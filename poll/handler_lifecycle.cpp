@@ -29,13 +29,13 @@ const char* const kLogMarker = "/tmp/enableQuelvaneLog";
 // so that they remain reachable for the life of the process.
 std::vector<PollingHandler*>& abandonedHandlers()
 {
-    static std::vector<PollingHandler*> list;
-    return list;
+    static std::vector<PollingHandler*>* list = new std::vector<PollingHandler*>;
+    return *list;
 }
 std::vector<FILE*>& droppedLogStreams()
 {
-    static std::vector<FILE*> list;
-    return list;
+    static std::vector<FILE*>* list = new std::vector<FILE*>;
+    return *list;
 }
 
 unsigned int addressWord(const void* p)
@@ -98,14 +98,16 @@ MErrno PollingHandler::init(MgmtProtocol protocol, int debug, int pollingScope)
         char path[256];
         snprintf(path, sizeof(path), "/var/vesk/gen/quelvanelog.%d", handler->pid);
         if (QuelvaneLogFileP == nullptr) {
-            QuelvaneLogFileP = fopen(path, "w+");
-            if (QuelvaneLogFileP == nullptr)
+            FILE* f = fopen(path, "w+");
+            if (f == nullptr)
                 fprintf(stderr, "Error to create log file %s\n", path);
+            // The worker threads may be logging already: one indivisible store.
+            __atomic_store_n(&QuelvaneLogFileP, f, __ATOMIC_SEQ_CST);
         }
     } else {
         if (QuelvaneLogFileP != nullptr)
             droppedLogStreams().push_back(QuelvaneLogFileP);
-        QuelvaneLogFileP = nullptr;
+        __atomic_store_n(&QuelvaneLogFileP, static_cast<FILE*>(nullptr), __ATOMIC_SEQ_CST);
     }
     kx_log(0, kWhoInit, "debg %d envDebug %d, lib_version %d vesk_libversion %d scope 0x%x\n",
            debug, envDebug, libVersion, veskVersion, pollingScope);

@@ -10,14 +10,7 @@
 
 #include "poll/handler_internal.h"
 
-#if __has_include(<quelvane/cluster_info.h>)
 #include <quelvane/cluster_info.h>
-#define QV_HAVE_RECORDS 1
-#else
-#define QV_HAVE_RECORDS 0
-#endif
-
-#if QV_HAVE_RECORDS
 
 namespace {
 
@@ -33,8 +26,8 @@ struct ForgottenRecords
 
 ForgottenRecords& forgotten()
 {
-    static ForgottenRecords records;
-    return records;
+    static ForgottenRecords* records = new ForgottenRecords;
+    return *records;
 }
 
 void copyTexts(ClusterInfo* dst, const ClusterInfo* src)
@@ -179,40 +172,3 @@ MErrno PollingHandler::updateSdrfsGenNumber(unsigned int number)
     recipe->sdrfsGenNumber = number;
     return 0;
 }
-
-#else  // the inventory records are not part of this build yet
-
-namespace qv {
-
-ClusterInfo* newRecipeTree()
-{
-    return nullptr;
-}
-
-void deleteRecipeTree(ClusterInfo*) {}
-
-bool recipeScanned(ClusterInfo*)
-{
-    return false;
-}
-
-void stampClusterUpdate(ClusterInfo*) {}
-
-unsigned int recipeGenNumber(ClusterInfo*)
-{
-    return 0;
-}
-
-int clusterInfoSize()
-{
-    return 0;
-}
-
-}  // namespace qv
-
-MErrno PollingHandler::copyRecipe(ClusterInfo*)
-{
-    return 0;
-}
-
-#endif

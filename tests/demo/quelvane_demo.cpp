@@ -5,10 +5,12 @@
 #include "support/fake_daemon.h"
 #include "support/hermetic.h"
 
+#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <string>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -33,8 +35,10 @@ std::string requestProgram(int argc, char** argv)
 #endif
 }
 
-// Runs the example with one request; its output goes straight to ours.
-int runRequest(const std::string& program, const std::string& request)
+// Runs the example with one request; its output goes straight to ours. The
+// program is run from a descriptor opened before the namespace was entered,
+// since its directory may lie under a path that the namespace hides.
+int runRequest(int programFd, const std::string& program, const std::string& request)
 {
     printf("\n$ quelvane_request '%s'\n", request.c_str());
     fflush(stdout);
@@ -45,7 +49,8 @@ int runRequest(const std::string& program, const std::string& request)
         return -1;
     }
     if (pid == 0) {
-        execl(program.c_str(), program.c_str(), request.c_str(), static_cast<char*>(nullptr));
+        char* const args[] = {const_cast<char*>(program.c_str()), const_cast<char*>(request.c_str()), nullptr};
+        fexecve(programFd, args, environ);
         fprintf(stderr, "cannot run %s: %s\n", program.c_str(), strerror(errno));
         _exit(127);
     }
@@ -66,6 +71,11 @@ int main(int argc, char** argv)
         return 1;
     }
     program = resolved;
+    int programFd = open(resolved, O_RDONLY | O_CLOEXEC);
+    if (programFd < 0) {
+        fprintf(stderr, "quelvane_demo: cannot open %s: %s\n", resolved, strerror(errno));
+        return 1;
+    }
 
     // Private /var/vesk, /usr/kpx and /tmp: the stand-in daemon listens at the
     // library's fixed socket path without touching the machine.
@@ -88,7 +98,7 @@ int main(int argc, char** argv)
     const std::vector<std::string> requests = {"get nodes", "  get clusterinfo", "tavrel v"};
     int failures = 0;
     for (const std::string& r : requests) {
-        int rc = runRequest(program, r);
+        int rc = runRequest(programFd, program, r);
         if (rc != 0) {
             printf("(quelvane_request exited with %d)\n", rc);
             ++failures;

@@ -22,11 +22,12 @@ namespace {
 
 [[noreturn]] void die(const std::string& what)
 {
-    fprintf(stderr,
-            "quelvane test harness: %s: %s\n"
-            "The tests place a fake daemon and fake tools at the library's fixed paths inside a\n"
-            "private mount namespace; this needs root (CAP_SYS_ADMIN).\n",
-            what.c_str(), strerror(errno));
+    int e = errno;
+    fprintf(stderr, "quelvane test harness: %s: %s\n", what.c_str(), strerror(e));
+    if (e == EPERM)
+        fprintf(stderr,
+                "The tests place a fake daemon and fake tools at the library's fixed paths inside a\n"
+                "private mount namespace; this needs root (CAP_SYS_ADMIN).\n");
     exit(2);
 }
 
@@ -103,8 +104,14 @@ void keepStandardDescriptorsOpen()
 
 void enterHermeticNamespace()
 {
+    if (unshare(CLONE_NEWNS) != 0)
+        die("unshare(CLONE_NEWNS)");
+    if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+        die("making mounts private");
+
     // Directories that must stay reachable after the tmpfs mounts: the test
-    // binary's (death tests may run it again) and the library's.
+    // binary's (death tests may run it again) and the library's. They are
+    // opened inside the new namespace, since only its own mounts can be bound.
     std::vector<std::string> keep;
     char buf[PATH_MAX];
     ssize_t n = readlink("/proc/self/exe", buf, sizeof(buf) - 1);
@@ -131,10 +138,6 @@ void enterHermeticNamespace()
         }
     }
 
-    if (unshare(CLONE_NEWNS) != 0)
-        die("unshare(CLONE_NEWNS)");
-    if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
-        die("making mounts private");
 
     // A first tmpfs on /tmp holds the overlay layers; a second one hides them.
     mountTmpfs("/tmp");

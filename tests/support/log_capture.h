@@ -2,8 +2,13 @@
 #define QUELVANE_TEST_LOG_CAPTURE_H
 
 #include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
+
+#include <unistd.h>
 
 #include <quelvane/kx_log.h>
 
@@ -18,7 +23,12 @@ public:
     LogCapture()
     {
         saved_ = QuelvaneLogFileP;
-        file_ = tmpfile();
+        char name[] = "/tmp/qvtest_log_XXXXXX";
+        int fd = mkstemp(name);
+        if (fd >= 0) {
+            path_ = name;
+            file_ = fdopen(fd, "w+");
+        }
         QuelvaneLogFileP = file_;
     }
     ~LogCapture()
@@ -27,22 +37,18 @@ public:
             QuelvaneLogFileP = saved_;
         if (file_ != nullptr)
             fclose(file_);
+        if (!path_.empty())
+            unlink(path_.c_str());
     }
-    // Everything logged so far, raw.
+    // Everything logged so far, raw. Read through a stream of its own, so
+    // that library threads may go on writing meanwhile (the log flushes
+    // after every line).
     std::string text() const
     {
-        std::string out;
-        if (file_ == nullptr)
-            return out;
-        fflush(file_);
-        long pos = ftell(file_);
-        rewind(file_);
-        char buf[4096];
-        size_t n;
-        while ((n = fread(buf, 1, sizeof(buf), file_)) > 0)
-            out.append(buf, n);
-        fseek(file_, pos, SEEK_SET);
-        return out;
+        std::ifstream in(path_);
+        std::stringstream ss;
+        ss << in.rdbuf();
+        return ss.str();
     }
     // The log lines without the 24-character time and its ": ".
     std::vector<std::string> lines() const
@@ -69,10 +75,17 @@ public:
         return false;
     }
     FILE* file() const { return file_; }
+    // The library closed the stream (PollingHandler::term does): forget it.
+    void closedByLibrary()
+    {
+        file_ = nullptr;
+        saved_ = nullptr;
+    }
 
 private:
     FILE* saved_ = nullptr;
     FILE* file_ = nullptr;
+    std::string path_;
 };
 
 } // namespace qvtest
