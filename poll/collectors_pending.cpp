@@ -3,31 +3,7 @@
 // yet. Each is replaced when its implementation arrives: whoever adds the real
 // body deletes the matching definition here (and this file once it is empty).
 
-#include <cstdio>
-#include <cstring>
-
 #include <quelvane/api_poll.h>
-#include <quelvane/cluster_info.h>
-#include <quelvane/kx_log.h>
-
-// Replaced by the cluster level collection. Weak, so that the real definition
-// takes precedence as soon as it is part of the build. It behaves as the real
-// one does: no node known, or a node whose status reads "failed" from its
-// second byte on, refuses the collectors.
-__attribute__((weak)) int PollingHandler::checkFailedNode()
-{
-    if (recipe->nodeItems.empty())
-        return 1;
-    for (NodeInfo* node : recipe->nodeItems) {
-        if (strncmp(node->status + 1, "failed", 6) == 0) {
-            kx_log(1, "PollingHandler::checkFailedNode", "failed node\n");
-            return 1;
-        }
-    }
-    if (debug != 0)
-        fprintf(stderr, "_ok_ checkFailedNode: done\n");
-    return 0;
-}
 
 // Replaced by the filesystem attribute and mount collectors.
 MErrno PollingHandler::updateFilesystemManagerInfo(ClusterInfo*)
