@@ -5,12 +5,10 @@
 #include "support/files.h"
 #include "support/handler_fixture.h"
 #include "support/log_capture.h"
+#include "support/popen_failure.h"
 #include "support/tree_builders.h"
 
 #include <gtest/gtest.h>
-
-#include <sys/resource.h>
-#include <unistd.h>
 
 #include <cstring>
 #include <string>
@@ -291,22 +289,13 @@ TEST_F(DiskRepository, ToolThatCannotBeStartedChangesNothing)
     LogCapture log;
     StderrCapture errOut;
 
-    // Use up every descriptor below a lowered limit, so that popen cannot
-    // make its pipe.
-    struct rlimit old;
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &old), 0);
-    struct rlimit low = old;
-    low.rlim_cur = 64;
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &low), 0);
-    std::vector<int> fds;
-    for (int fd = dup(0); fd >= 0; fd = dup(0))
-        fds.push_back(fd);
-
-    int rc = handler()->updateDiskSDRInfo(0);
-
-    for (int fd : fds)
-        close(fd);
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &old), 0);
+    int rc;
+    {
+        // popen cannot make its pipe while this lives.
+        PopenFailure noPipe;
+        ASSERT_GT(noPipe.held(), 0u);
+        rc = handler()->updateDiskSDRInfo(0);
+    }
     std::string stderrText = errOut.finish();
 
     EXPECT_EQ(rc, 1);
