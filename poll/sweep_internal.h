@@ -52,6 +52,40 @@ inline size_t sweepUnfound(std::vector<T*>& items)
     return sweepUnfound(items, [](T*) {});
 }
 
+// The sweep of a scan that sets `found` on what it meets and clears the marks
+// again at its own end, level by level from the bottom up. For each item, in
+// order: first `visit(item)`, which sweeps the item's own children while the
+// item is still there; then an item marked 1 gets 0 and stays, and an item
+// still at 0 is handed to `beforeDelete`, deleted with whatever it still owns,
+// and taken out, the items behind keeping their order. Null items stay.
+// Returns the number removed.
+//
+//   qv::sweepAndClearFound(fsP->poolItems,
+//       [](StoragePoolInfo* p) { qv::sweepAndClearFound(p->diskItems, ...); },
+//       [](StoragePoolInfo* p) { kx_log(0, who, "Erase pool %s\n", p->name); });
+template <class T, class V, class F>
+inline size_t sweepAndClearFound(std::vector<T*>& items, V visit, F beforeDelete)
+{
+    size_t kept = 0;
+    size_t removed = 0;
+    for (size_t i = 0; i < items.size(); i++) {
+        T* item = items[i];
+        if (item != nullptr) {
+            visit(item);
+            if (item->found == 0) {
+                beforeDelete(item);
+                delete item;
+                removed++;
+                continue;
+            }
+            item->found = 0;
+        }
+        items[kept++] = item;
+    }
+    items.resize(kept);
+    return removed;
+}
+
 }  // namespace qv
 
 #endif

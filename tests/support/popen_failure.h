@@ -13,10 +13,12 @@ namespace qvtest {
 // pipe that popen needs cannot be made (EMFILE). Open streams keep working.
 // Create any file the test needs (captures, logs) before this object, and
 // make no new connection to the fake daemon while it lives.
+// With `spare` above 0, that many descriptors are handed back at once: one
+// spare still lets the test open a file, while a pipe (two) stays impossible.
 class PopenFailure
 {
 public:
-    explicit PopenFailure(rlim_t limit = 64)
+    explicit PopenFailure(rlim_t limit = 64, int spare = 0)
     {
         getrlimit(RLIMIT_NOFILE, &saved_);
         struct rlimit lowered = saved_;
@@ -28,6 +30,10 @@ public:
             if (fd < 0)
                 break;
             held_.push_back(fd);
+        }
+        for (int i = 0; i < spare && !held_.empty(); i++) {
+            close(held_.back());
+            held_.pop_back();
         }
     }
     ~PopenFailure()
