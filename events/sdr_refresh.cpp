@@ -1,19 +1,15 @@
 // The refresh that an sdrChanged event runs on the send thread.
 #include "events/sdr_refresh_internal.h"
 
+#include <quelvane/api_poll.h>
+
 #include <atomic>
 
 void defaultSdrRefresh(PollingHandler* handler)
 {
-    // PENDING: this is to become
-    //     handler->updateDiskSDRInfo(1);   // result ignored, no polling lock here
-    // with #include <quelvane/api_poll.h>. PollingHandler::updateDiskSDRInfo
-    // is declared there but not yet defined in the library (the disk
-    // repository collector has not landed), so calling it would leave the
-    // library with an unresolved symbol. Until then an sdrChanged event
-    // refreshes nothing; the rest of its handling (record, callback) is
-    // complete.
-    (void)handler;
+    // The disk repository scan takes no polling lock; its result is not
+    // looked at here.
+    handler->updateDiskSDRInfo(1);
 }
 
 namespace {
