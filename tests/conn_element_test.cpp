@@ -5,6 +5,7 @@
 
 #include "support/fake_daemon.h"
 #include "support/files.h"
+#include "support/socket_pair.h"
 
 #include <gtest/gtest.h>
 
@@ -28,33 +29,9 @@ namespace {
 
 const std::string kSock = "/var/vesk/tavrel/tavrelSocket";
 
-// A connected pair of stream sockets: the element gets `mine`, the test plays
-// the daemon on `peer`.
-struct Pair {
-    int mine = -1;
-    int peer = -1;
-    Pair()
-    {
-        int sv[2];
-        if (socketpair(AF_UNIX, SOCK_STREAM, 0, sv) == 0) {
-            mine = sv[0];
-            peer = sv[1];
-        }
-    }
-    ~Pair()
-    {
-        if (peer >= 0)
-            close(peer);
-    }
-    void send(const std::string& bytes) const
-    {
-        ASSERT_EQ(::send(peer, bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
-    }
-    void closePeer()
-    {
-        close(peer);
-        peer = -1;
-    }
+// The element takes `mine` over and closes it itself.
+struct Pair : SocketPair {
+    Pair() : SocketPair(SocketPair::PeerOnly) {}
 };
 
 // kx_print line: time text, then ": quelvane_lib: " and the text.
