@@ -6,6 +6,7 @@
 #include "support/handler_fixture.h"
 #include "support/log_capture.h"
 #include "support/tree_builder.h"
+#include "support/log_entries.h"
 
 #include <gtest/gtest.h>
 
@@ -27,23 +28,6 @@ using Lines = std::vector<std::string>;
 const char* const kWhoPol = "PollingHandler::updatePolicyInfo";
 const char* const kWhoRule = "PollingHandler::fillRuleInfo";
 const char* const kWhoIdx = "FilesystemInfo::getPolicyInfoIndex";
-
-std::string I(const std::string& who, const std::string& text)
-{
-    return "INFO: " + who + ": " + text;
-}
-std::string E(const std::string& who, const std::string& text)
-{
-    return "ERROR: " + who + ": " + text;
-}
-
-Lines logged(const LogCapture& log)
-{
-    Lines l = log.lines();
-    while (!l.empty() && l.back().empty())
-        l.pop_back();
-    return l;
-}
 
 // Only the lines of the given callers.
 Lines only(const Lines& l, std::initializer_list<const char*> whos)
