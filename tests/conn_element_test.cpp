@@ -6,6 +6,7 @@
 #include "support/fake_daemon.h"
 #include "support/files.h"
 #include "support/socket_pair.h"
+#include "support/printed_text.h"
 
 #include <gtest/gtest.h>
 
@@ -33,24 +34,6 @@ const std::string kSock = "/var/vesk/tavrel/tavrelSocket";
 struct Pair : SocketPair {
     Pair() : SocketPair(SocketPair::PeerOnly) {}
 };
-
-// kx_print line: time text, then ": quelvane_lib: " and the text.
-std::string printed(const std::string& text)
-{
-    return std::string(kTimeRegex) + ": quelvane_lib: " + text + "\n";
-}
-
-bool matches(const std::string& pattern, const std::string& text)
-{
-    return std::regex_match(text, std::regex(pattern));
-}
-
-// Escapes regex characters of a literal text.
-std::string lit(const std::string& s)
-{
-    static const std::regex special(R"([.^$|()\[\]{}*+?\\])");
-    return std::regex_replace(s, special, R"(\$&)");
-}
 
 bool descriptorOpen(int fd)
 {

@@ -5,6 +5,7 @@
 
 #include "support/files.h"
 #include "support/socket_pair.h"
+#include "support/printed_text.h"
 
 #include <gtest/gtest.h>
 
@@ -67,9 +68,8 @@ struct Element {
 // The text that glibc prints for a failed assertion of tavrel_readln.
 std::string assertionText(int line, const std::string& expr)
 {
-    std::string escaped = std::regex_replace(expr, std::regex(R"([.^$|()\[\]{}*+?\\])"), R"(\$&)");
     return "api_conn_element\\.cpp:" + std::to_string(line) +
-           ": int tavrel_readln\\(FILE\\*, char\\*, Tavrel_ConnectionElement\\*\\): Assertion `" + escaped +
+           ": int tavrel_readln\\(FILE\\*, char\\*, Tavrel_ConnectionElement\\*\\): Assertion `" + lit(expr) +
            "' failed";
 }
 
