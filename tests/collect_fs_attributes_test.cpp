@@ -8,6 +8,7 @@
 #include "support/log_capture.h"
 #include "support/tree_builder.h"
 #include "support/log_entries.h"
+#include "support/collector_checks.h"
 
 #include <gtest/gtest.h>
 
@@ -97,13 +98,7 @@ protected:
         return copy;
     }
 
-    bool lockIsFree()
-    {
-        if (pthread_mutex_trylock(&handler()->pollingMutex) != 0)
-            return false;
-        pthread_mutex_unlock(&handler()->pollingMutex);
-        return true;
-    }
+    bool lockIsFree() { return qvtest::lockIsFree(handler()); }
 };
 
 } // namespace

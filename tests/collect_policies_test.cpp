@@ -7,6 +7,7 @@
 #include "support/log_capture.h"
 #include "support/tree_builder.h"
 #include "support/log_entries.h"
+#include "support/collector_checks.h"
 
 #include <gtest/gtest.h>
 
@@ -88,13 +89,7 @@ protected:
 
     FilesystemInfo* recipeFs(int i) { return handler()->recipe->filesystemItems[static_cast<size_t>(i)]; }
 
-    bool lockIsFree()
-    {
-        if (pthread_mutex_trylock(&handler()->pollingMutex) != 0)
-            return false;
-        pthread_mutex_unlock(&handler()->pollingMutex);
-        return true;
-    }
+    bool lockIsFree() { return qvtest::lockIsFree(handler()); }
 };
 
 } // namespace
