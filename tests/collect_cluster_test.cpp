@@ -5,6 +5,7 @@
 #include "support/handler_fixture.h"
 #include "support/log_capture.h"
 #include "support/popen_failure.h"
+#include "support/collector_checks.h"
 
 #include <gtest/gtest.h>
 
@@ -40,33 +41,6 @@ std::string clusterLine(int rc, const std::string& name, const std::string& f100
 const char* const kClusterResponse =
     "_cluster_ _maxblksiz_ 16777216 _maxfeature_ 1402 _other_ x _distribtokenserver_ true "
     "_failuredetectiontime_ 35 _minmissedpingtimeout_ 3 _maxmissedpingtimeout_ 60";
-
-// stderr with the time prefixes of mirrored log lines taken off.
-std::string stripTimes(const std::string& text)
-{
-    static const std::regex re(std::string("(^|\n)") + kTimeRegex + ": ");
-    return std::regex_replace(text, re, "$1");
-}
-
-bool lockIsFree(PollingHandler* h)
-{
-    if (pthread_mutex_trylock(&h->pollingMutex) != 0)
-        return false;
-    pthread_mutex_unlock(&h->pollingMutex);
-    return true;
-}
-
-bool isSet(const struct timeval& tv)
-{
-    return tv.tv_sec != 0 || tv.tv_usec != 0;
-}
-
-bool isRecent(const struct timeval& tv)
-{
-    struct timeval now;
-    gettimeofday(&now, nullptr);
-    return tv.tv_sec <= now.tv_sec && tv.tv_sec >= now.tv_sec - 5;
-}
 
 void addNode(ClusterInfo* tree, const char* ip, const char* status)
 {

@@ -6,6 +6,7 @@
 #include "support/handler_fixture.h"
 #include "support/log_capture.h"
 #include "support/tree_builder.h"
+#include "support/log_entries.h"
 
 #include <gtest/gtest.h>
 
@@ -41,19 +42,6 @@ std::string row(const std::string& disk, const std::string& device, const std::s
     return " " + disk + "     0A0000015F000001   " + device + "   " + node + "   server node\n";
 }
 
-std::string I(const std::string& who, const std::string& text)
-{
-    return "INFO: " + who + ": " + text;
-}
-std::string W(const std::string& who, const std::string& text)
-{
-    return "WARNING: " + who + ": " + text;
-}
-std::string E(const std::string& who, const std::string& text)
-{
-    return "ERROR: " + who + ": " + text;
-}
-
 // The five lines that follow every added path.
 Lines accessLines(const std::string& who, const std::string& node, const std::string& disk,
                   int local, const std::string& device, const std::string& server)
@@ -67,15 +55,6 @@ Lines accessLines(const std::string& who, const std::string& node, const std::st
 void append(Lines& to, const Lines& more)
 {
     to.insert(to.end(), more.begin(), more.end());
-}
-
-// Log lines without the trailing empty entry of the final newline.
-Lines logged(const LogCapture& log)
-{
-    Lines l = log.lines();
-    while (!l.empty() && l.back().empty())
-        l.pop_back();
-    return l;
 }
 
 bool contains(const Lines& l, const std::string& s)

@@ -6,7 +6,7 @@
 #include "support/handler_fixture.h"
 #include "support/log_capture.h"
 #include "support/popen_failure.h"
-#include "support/tree_builders.h"
+#include "support/tree_builder.h"
 
 #include <gtest/gtest.h>
 

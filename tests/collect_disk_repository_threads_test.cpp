@@ -2,7 +2,7 @@
 // and its wake-up releases a thread that waits for the timer condition.
 #include "support/fake_tool.h"
 #include "support/handler_fixture.h"
-#include "support/tree_builders.h"
+#include "support/tree_builder.h"
 
 #include <gtest/gtest.h>
 

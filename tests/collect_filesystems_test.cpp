@@ -4,6 +4,7 @@
 #include "support/files.h"
 #include "support/handler_fixture.h"
 #include "support/log_capture.h"
+#include "support/collector_checks.h"
 
 #include <gtest/gtest.h>
 
@@ -23,26 +24,6 @@ using namespace qvtest;
 namespace {
 
 using Lines = std::vector<std::string>;
-
-bool lockIsFree(PollingHandler* h)
-{
-    if (pthread_mutex_trylock(&h->pollingMutex) != 0)
-        return false;
-    pthread_mutex_unlock(&h->pollingMutex);
-    return true;
-}
-
-bool isRecent(const struct timeval& tv)
-{
-    struct timeval now;
-    gettimeofday(&now, nullptr);
-    return tv.tv_sec <= now.tv_sec && tv.tv_sec >= now.tv_sec - 5;
-}
-
-bool isSet(const struct timeval& tv)
-{
-    return tv.tv_sec != 0 || tv.tv_usec != 0;
-}
 
 std::vector<std::string> perfAddresses(FilesystemInfo* fs)
 {

@@ -7,6 +7,8 @@
 #include "support/handler_fixture.h"
 #include "support/log_capture.h"
 #include "support/tree_builder.h"
+#include "support/log_entries.h"
+#include "support/collector_checks.h"
 
 #include <gtest/gtest.h>
 
@@ -31,27 +33,6 @@ const char* const kWhoMgr = "PollingHandler::updateFilesystemManagerInfo";
 const char* const kWhoMnt = "PollingHandler::updateMountedNodeInfo";
 const char* const kWhoCfg = "PollingHandler::updateFilesystemConfigInfo";
 const char* const kWhoMp = "PollingHandler::updateFilesystemMountPointInfo";
-
-std::string I(const std::string& who, const std::string& text)
-{
-    return "INFO: " + who + ": " + text;
-}
-std::string W(const std::string& who, const std::string& text)
-{
-    return "WARNING: " + who + ": " + text;
-}
-std::string E(const std::string& who, const std::string& text)
-{
-    return "ERROR: " + who + ": " + text;
-}
-
-Lines logged(const LogCapture& log)
-{
-    Lines l = log.lines();
-    while (!l.empty() && l.back().empty())
-        l.pop_back();
-    return l;
-}
 
 bool contains(const Lines& l, const std::string& s)
 {
@@ -117,13 +98,7 @@ protected:
         return copy;
     }
 
-    bool lockIsFree()
-    {
-        if (pthread_mutex_trylock(&handler()->pollingMutex) != 0)
-            return false;
-        pthread_mutex_unlock(&handler()->pollingMutex);
-        return true;
-    }
+    bool lockIsFree() { return qvtest::lockIsFree(handler()); }
 };
 
 } // namespace

@@ -5,6 +5,7 @@
 #include "support/handler_fixture.h"
 #include "support/log_capture.h"
 #include "support/popen_failure.h"
+#include "support/collector_checks.h"
 
 #include <gtest/gtest.h>
 
@@ -46,27 +47,6 @@ std::string nodeLine(const std::string& name, const std::string& ip, const std::
 std::string info(const std::string& text)
 {
     return kWho + text;
-}
-
-std::string stripTimes(const std::string& text)
-{
-    static const std::regex re(std::string("(^|\n)") + kTimeRegex + ": ");
-    return std::regex_replace(text, re, "$1");
-}
-
-bool lockIsFree(PollingHandler* h)
-{
-    if (pthread_mutex_trylock(&h->pollingMutex) != 0)
-        return false;
-    pthread_mutex_unlock(&h->pollingMutex);
-    return true;
-}
-
-bool isRecent(const struct timeval& tv)
-{
-    struct timeval now;
-    gettimeofday(&now, nullptr);
-    return tv.tv_sec <= now.tv_sec && tv.tv_sec >= now.tv_sec - 5;
 }
 
 std::vector<std::string> addresses(ClusterInfo& tree)

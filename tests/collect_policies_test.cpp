@@ -6,6 +6,8 @@
 #include "support/handler_fixture.h"
 #include "support/log_capture.h"
 #include "support/tree_builder.h"
+#include "support/log_entries.h"
+#include "support/collector_checks.h"
 
 #include <gtest/gtest.h>
 
@@ -27,23 +29,6 @@ using Lines = std::vector<std::string>;
 const char* const kWhoPol = "PollingHandler::updatePolicyInfo";
 const char* const kWhoRule = "PollingHandler::fillRuleInfo";
 const char* const kWhoIdx = "FilesystemInfo::getPolicyInfoIndex";
-
-std::string I(const std::string& who, const std::string& text)
-{
-    return "INFO: " + who + ": " + text;
-}
-std::string E(const std::string& who, const std::string& text)
-{
-    return "ERROR: " + who + ": " + text;
-}
-
-Lines logged(const LogCapture& log)
-{
-    Lines l = log.lines();
-    while (!l.empty() && l.back().empty())
-        l.pop_back();
-    return l;
-}
 
 // Only the lines of the given callers.
 Lines only(const Lines& l, std::initializer_list<const char*> whos)
@@ -104,13 +89,7 @@ protected:
 
     FilesystemInfo* recipeFs(int i) { return handler()->recipe->filesystemItems[static_cast<size_t>(i)]; }
 
-    bool lockIsFree()
-    {
-        if (pthread_mutex_trylock(&handler()->pollingMutex) != 0)
-            return false;
-        pthread_mutex_unlock(&handler()->pollingMutex);
-        return true;
-    }
+    bool lockIsFree() { return qvtest::lockIsFree(handler()); }
 };
 
 } // namespace

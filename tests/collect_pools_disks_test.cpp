@@ -4,7 +4,7 @@
 #include "support/files.h"
 #include "support/handler_fixture.h"
 #include "support/log_capture.h"
-#include "support/tree_builders.h"
+#include "support/tree_builder.h"
 
 #include <gtest/gtest.h>
 

@@ -5,6 +5,8 @@
 
 #include "support/fake_daemon.h"
 #include "support/files.h"
+#include "support/socket_pair.h"
+#include "support/printed_text.h"
 
 #include <gtest/gtest.h>
 
@@ -28,52 +30,10 @@ namespace {
 
 const std::string kSock = "/var/vesk/tavrel/tavrelSocket";
 
-// A connected pair of stream sockets: the element gets `mine`, the test plays
-// the daemon on `peer`.
-struct Pair {
-    int mine = -1;
-    int peer = -1;
-    Pair()
-    {
-        int sv[2];
-        if (socketpair(AF_UNIX, SOCK_STREAM, 0, sv) == 0) {
-            mine = sv[0];
-            peer = sv[1];
-        }
-    }
-    ~Pair()
-    {
-        if (peer >= 0)
-            close(peer);
-    }
-    void send(const std::string& bytes) const
-    {
-        ASSERT_EQ(::send(peer, bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
-    }
-    void closePeer()
-    {
-        close(peer);
-        peer = -1;
-    }
+// The element takes `mine` over and closes it itself.
+struct Pair : SocketPair {
+    Pair() : SocketPair(SocketPair::PeerOnly) {}
 };
-
-// kx_print line: time text, then ": quelvane_lib: " and the text.
-std::string printed(const std::string& text)
-{
-    return std::string(kTimeRegex) + ": quelvane_lib: " + text + "\n";
-}
-
-bool matches(const std::string& pattern, const std::string& text)
-{
-    return std::regex_match(text, std::regex(pattern));
-}
-
-// Escapes regex characters of a literal text.
-std::string lit(const std::string& s)
-{
-    static const std::regex special(R"([.^$|()\[\]{}*+?\\])");
-    return std::regex_replace(s, special, R"(\$&)");
-}
 
 bool descriptorOpen(int fd)
 {

@@ -4,6 +4,8 @@
 
 #include "support/files.h"
 
+#include "support/alloc_counter.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -15,33 +17,6 @@
 #include <stdexcept>
 #include <string>
 #include <vector>
-
-// ---------------------------------------------------------------------------
-// Live allocation count of this test program; the library's allocations go
-// through these replacements too.
-static std::atomic<long> gLiveAllocations{0};
-
-__attribute__((noinline)) void* operator new(std::size_t size)
-{
-    void* p = std::malloc(size == 0 ? 1 : size);
-    if (p == nullptr)
-        throw std::bad_alloc();
-    ++gLiveAllocations;
-    return p;
-}
-
-__attribute__((noinline)) void operator delete(void* p) noexcept
-{
-    if (p == nullptr)
-        return;
-    --gLiveAllocations;
-    std::free(p);
-}
-
-__attribute__((noinline)) void operator delete(void* p, std::size_t) noexcept
-{
-    operator delete(p);
-}
 
 namespace {
 

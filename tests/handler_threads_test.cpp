@@ -4,6 +4,7 @@
 #include "support/fake_tool.h"
 #include "support/files.h"
 #include "support/log_capture.h"
+#include "support/worker_release.h"
 
 #include <gtest/gtest.h>
 
@@ -25,18 +26,6 @@ using namespace qvtest;
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-void onSigterm(int) {}
-
-// The application's side of the bargain: SIGTERM must not end the process.
-void installSigtermHandler()
-{
-    struct sigaction sa;
-    memset(&sa, 0, sizeof(sa));
-    sa.sa_handler = onSigterm;
-    sigemptyset(&sa.sa_mask);
-    sigaction(SIGTERM, &sa, nullptr);
-}
 
 int loadFlag(const int& flag)
 {
@@ -142,7 +131,7 @@ void startHandler(FakeDaemon&, FakeTool& kx, MgmtProtocol protocol)
 
 TEST(HandlerThreads, ProtocolOneStartsThreeThreadsAndTermJoinsThemInOrder)
 {
-    installSigtermHandler();
+    keepProcessOnSigterm();
     FakeDaemon daemon;
     FakeTool kx("kxctl");
     LogCapture log;
@@ -170,7 +159,7 @@ TEST(HandlerThreads, ProtocolOneStartsThreeThreadsAndTermJoinsThemInOrder)
 
 TEST(HandlerThreads, TeardownLogOrder)
 {
-    installSigtermHandler();
+    keepProcessOnSigterm();
     FakeDaemon daemon;
     FakeTool kx("kxctl");
     LogCapture log;
@@ -200,7 +189,7 @@ TEST(HandlerThreads, TeardownLogOrder)
 
 TEST(HandlerThreads, CommandJoinWaitsForATickThatNeverComesWithoutAScan)
 {
-    installSigtermHandler();
+    keepProcessOnSigterm();
     FakeDaemon daemon;
     FakeTool kx("kxctl");
     LogCapture log;
@@ -229,7 +218,7 @@ TEST(HandlerThreads, CommandJoinWaitsForATickThatNeverComesWithoutAScan)
 
 TEST(HandlerThreads, DispatchJoinWaitsForAWakeUp)
 {
-    installSigtermHandler();
+    keepProcessOnSigterm();
     FakeDaemon daemon;
     FakeTool kx("kxctl");
     LogCapture log;
@@ -373,7 +362,7 @@ TEST(HandlerThreads, TwoWaitersOneCycleWakesOne)
 
 TEST(HandlerThreads, WakeupTimerThreadWithoutScanBroadcastsOnly)
 {
-    installSigtermHandler();
+    keepProcessOnSigterm();
     FakeDaemon daemon;
     FakeTool kx("kxctl");
     LogCapture log;
@@ -394,7 +383,7 @@ TEST(HandlerThreads, WakeupTimerThreadWithoutScanBroadcastsOnly)
 
 TEST(HandlerThreads, ScanReleasesTheTimerAndACycleRuns)
 {
-    installSigtermHandler();
+    keepProcessOnSigterm();
     FakeDaemon daemon;
     FakeTool kx("kxctl");
     LogCapture log;

@@ -2,6 +2,8 @@
 // assignment of own fields, and ownership of children on destruction.
 #include <quelvane/cluster_info.h>
 
+#include "support/alloc_counter.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -12,34 +14,6 @@
 #include <new>
 #include <string>
 #include <type_traits>
-
-// ---------------------------------------------------------------------------
-// Live allocation count of this test program (the library's allocations go
-// through these replacements too), to see that destructors give back what
-// the tree held.
-static std::atomic<long> gLiveAllocations{0};
-
-__attribute__((noinline)) void* operator new(std::size_t size)
-{
-    void* p = std::malloc(size == 0 ? 1 : size);
-    if (p == nullptr)
-        throw std::bad_alloc();
-    ++gLiveAllocations;
-    return p;
-}
-
-__attribute__((noinline)) void operator delete(void* p) noexcept
-{
-    if (p == nullptr)
-        return;
-    --gLiveAllocations;
-    std::free(p);
-}
-
-__attribute__((noinline)) void operator delete(void* p, std::size_t) noexcept
-{
-    operator delete(p);
-}
 
 namespace {
 

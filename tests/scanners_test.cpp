@@ -4,6 +4,8 @@
 #include <quelvane/api_conn_element.h>
 
 #include "support/files.h"
+#include "support/socket_pair.h"
+#include "support/printed_text.h"
 
 #include <gtest/gtest.h>
 
@@ -18,34 +20,7 @@ using namespace qvtest;
 
 namespace {
 
-struct Pair {
-    int mine = -1;
-    int peer = -1;
-    Pair()
-    {
-        int sv[2];
-        if (socketpair(AF_UNIX, SOCK_STREAM, 0, sv) == 0) {
-            mine = sv[0];
-            peer = sv[1];
-        }
-    }
-    ~Pair()
-    {
-        if (mine >= 0)
-            close(mine);
-        if (peer >= 0)
-            close(peer);
-    }
-    void send(const std::string& bytes) const
-    {
-        ASSERT_EQ(::send(peer, bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
-    }
-    void closePeer()
-    {
-        close(peer);
-        peer = -1;
-    }
-};
+using Pair = SocketPair;
 
 // A pipe opened as streams, like the event pipe of a session.
 struct StreamPipe {
@@ -93,9 +68,8 @@ struct Element {
 // The text that glibc prints for a failed assertion of tavrel_readln.
 std::string assertionText(int line, const std::string& expr)
 {
-    std::string escaped = std::regex_replace(expr, std::regex(R"([.^$|()\[\]{}*+?\\])"), R"(\$&)");
     return "api_conn_element\\.cpp:" + std::to_string(line) +
-           ": int tavrel_readln\\(FILE\\*, char\\*, Tavrel_ConnectionElement\\*\\): Assertion `" + escaped +
+           ": int tavrel_readln\\(FILE\\*, char\\*, Tavrel_ConnectionElement\\*\\): Assertion `" + lit(expr) +
            "' failed";
 }
 

@@ -4,6 +4,7 @@
 
 #include "support/fake_daemon.h"
 #include "support/files.h"
+#include "support/printed_text.h"
 
 #include <gtest/gtest.h>
 
@@ -21,16 +22,6 @@ using namespace qvtest;
 namespace {
 
 const char kSpool[] = "/var/vesk/tavrel/response";
-
-std::string printed(const std::string& text)
-{
-    return std::string(kTimeRegex) + ": quelvane_lib: " + text + "\n";
-}
-
-bool matches(const std::string& pattern, const std::string& text)
-{
-    return std::regex_match(text, std::regex(pattern));
-}
 
 std::vector<std::string> gEvents;
 

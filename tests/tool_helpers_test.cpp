@@ -2,6 +2,7 @@
 #include "support/fake_tool.h"
 #include "support/files.h"
 #include "support/log_capture.h"
+#include "support/bare_handler.h"
 
 #include <gtest/gtest.h>
 
@@ -20,15 +21,6 @@
 using namespace qvtest;
 
 namespace {
-
-// The tokenising members touch no field of the handler; a zeroed, never
-// started object is enough to call them.
-PollingHandler* bareHandler()
-{
-    alignas(PollingHandler) static unsigned char mem[sizeof(PollingHandler)];
-    memset(mem, 0, sizeof(mem));
-    return reinterpret_cast<PollingHandler*>(mem);
-}
 
 std::string decoded(const char* in)
 {

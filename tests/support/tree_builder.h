@@ -1,29 +1,36 @@
 #ifndef QUELVANE_TEST_TREE_BUILDER_H
 #define QUELVANE_TEST_TREE_BUILDER_H
 
-// Builds inventory trees directly in tests, without any collector.
+// Short-hand for putting records straight into an inventory tree (a fresh
+// ClusterInfo or the handler's recipe), so that a collector can be tested
+// against a known tree without running the collectors that would build it.
 
 #include <cstring>
 #include <initializer_list>
 #include <string>
+#include <vector>
 
 #include <quelvane/cluster_info.h>
 
 namespace qvtest {
 
+// Fills a fixed text field: the whole array is cleared first, the text is
+// truncated to fit and always terminated.
 template <size_t N>
 inline void setText(char (&dst)[N], const std::string& text)
 {
+    memset(dst, 0, N);
     strncpy(dst, text.c_str(), N - 1);
-    dst[N - 1] = '\0';
 }
 
-inline NodeInfo* addNode(ClusterInfo* c, const std::string& name, const std::string& ip)
+inline NodeInfo* addNode(ClusterInfo* c, const std::string& name, const std::string& ip,
+                         const std::string& status = "")
 {
     MErrno err = 0;
     NodeInfo* n = new NodeInfo(&err);
     setText(n->name, name);
     setText(n->ipAddr, ip);
+    setText(n->status, status);
     c->nodeItems.push_back(n);
     return n;
 }
@@ -46,17 +53,23 @@ inline StoragePoolInfo* addPool(FilesystemInfo* f, const std::string& name)
     return p;
 }
 
-inline void addServers(std::vector<DiskServerInfo*>& v, std::initializer_list<const char*> names)
+inline DiskServerInfo* addServer(std::vector<DiskServerInfo*>& v, const std::string& name)
 {
-    for (const char* s : names) {
-        MErrno err = 0;
-        DiskServerInfo* srv = new DiskServerInfo(&err);
-        setText(srv->name, s);
-        v.push_back(srv);
-    }
+    MErrno err = 0;
+    DiskServerInfo* srv = new DiskServerInfo(&err);
+    setText(srv->name, name);
+    v.push_back(srv);
+    return srv;
 }
 
-inline DiskInfo* makeDisk(const std::string& name, std::initializer_list<const char*> servers,
+inline void addServers(std::vector<DiskServerInfo*>& v, std::initializer_list<const char*> names)
+{
+    for (const char* s : names)
+        addServer(v, s);
+}
+
+// A disk with its primary and backup servers, not yet in any tree.
+inline DiskInfo* makeDisk(const std::string& name, std::initializer_list<const char*> servers = {},
                           std::initializer_list<const char*> backups = {})
 {
     MErrno err = 0;
@@ -68,7 +81,7 @@ inline DiskInfo* makeDisk(const std::string& name, std::initializer_list<const c
 }
 
 inline DiskInfo* addDisk(StoragePoolInfo* p, const std::string& name,
-                         std::initializer_list<const char*> servers,
+                         std::initializer_list<const char*> servers = {},
                          std::initializer_list<const char*> backups = {})
 {
     DiskInfo* d = makeDisk(name, servers, backups);
@@ -77,7 +90,7 @@ inline DiskInfo* addDisk(StoragePoolInfo* p, const std::string& name,
 }
 
 inline DiskInfo* addFreeDisk(ClusterInfo* c, const std::string& name,
-                             std::initializer_list<const char*> servers)
+                             std::initializer_list<const char*> servers = {})
 {
     DiskInfo* d = makeDisk(name, servers);
     d->isFree = 1;
@@ -142,6 +155,16 @@ inline std::vector<std::string> pathsOf(NodeInfo* n)
     std::vector<std::string> out;
     for (DiskAccessInfo* a : n->diskAccessItems)
         out.push_back(pathText(a));
+    return out;
+}
+
+// The names of a vector of records, in order.
+template <class T>
+inline std::vector<std::string> namesOf(const std::vector<T*>& items)
+{
+    std::vector<std::string> out;
+    for (T* item : items)
+        out.push_back(item->name);
     return out;
 }
 
