@@ -105,3 +105,19 @@ TEST(Harness, FakeToolRecordsArgumentsAndAnswersByRule)
     EXPECT_EQ(tool.calls(), (std::vector<std::string>{"-Y one", "other"}));
     EXPECT_EQ(tool.commandLines()[0], "/usr/kpx/vesk/bin/vkdemo -Y one");
 }
+
+TEST(Harness, FakeToolOfTheSameNameStartsWithoutTheRulesOfAnEarlierOne)
+{
+    {
+        FakeTool first("vkagain");
+        first.on("-Y", "old rule\n");
+    }
+    FakeTool second("vkagain");
+    second.output("default\n");
+    FILE* p = popen("/usr/kpx/vesk/bin/vkagain -Y", "r");
+    char buf[64] = {0};
+    ASSERT_NE(fgets(buf, sizeof(buf), p), nullptr);
+    pclose(p);
+    EXPECT_STREQ(buf, "default\n");
+    EXPECT_EQ(second.calls(), (std::vector<std::string>{"-Y"}));
+}

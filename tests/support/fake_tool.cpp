@@ -2,6 +2,8 @@
 
 #include "support/files.h"
 
+#include <cstring>
+#include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,6 +15,7 @@ FakeTool::FakeTool(std::string name, std::string dir)
     : name_(std::move(name)), path_(dir + "/" + name_), dataDir_("/tmp/.fake-tools/" + name_)
 {
     makeDirs(dataDir_ + "/default");
+    clearRules();
     writeFile(dataDir_ + "/calls", "");
     writeAnswer(dataDir_ + "/default", "", 0, "");
     std::string script =
@@ -59,13 +62,18 @@ FakeTool& FakeTool::on(const std::string& args, const std::string& out, int stat
 
 FakeTool& FakeTool::clearRules()
 {
-    for (int i = 0; i < rules_; ++i) {
-        char name[32];
-        snprintf(name, sizeof(name), "/rule%04d", i);
-        std::string dir = dataDir_ + name;
-        for (const char* f : {"/args", "/out", "/err", "/rc"})
-            unlink((dir + f).c_str());
-        rmdir(dir.c_str());
+    // Every rule directory goes, also those that an earlier FakeTool of the
+    // same name left behind.
+    if (DIR* d = opendir(dataDir_.c_str())) {
+        while (dirent* e = readdir(d)) {
+            if (strncmp(e->d_name, "rule", 4) != 0)
+                continue;
+            std::string dir = dataDir_ + "/" + e->d_name;
+            for (const char* f : {"/args", "/out", "/err", "/rc"})
+                unlink((dir + f).c_str());
+            rmdir(dir.c_str());
+        }
+        closedir(d);
     }
     rules_ = 0;
     return *this;
