@@ -97,7 +97,7 @@ struct Args
 
 // One keyword of an event: where its value goes (the constructor argument
 // position) and how it is converted.
-struct KeywordSpec
+struct KeywordField
 {
     const char* keyword;
     int arg;
@@ -106,10 +106,10 @@ struct KeywordSpec
 
 // One row of the decoding table: the keywords in the order they are read, and
 // the construction of the record from the arguments.
-struct EventSpec
+struct EventShape
 {
     int nKeywords;
-    KeywordSpec keywords[kMaxArgs];
+    KeywordField keywords[kMaxArgs];
     Event* (*build)(Args& a);
 };
 
@@ -150,7 +150,7 @@ using S = char*;
 
 // Indexed by event number. Rows 10 (fsstatechange, a form of its own) and 12
 // (exception, no record) have no keywords and no builder.
-const EventSpec kEventSpecs[EVENTS_MAX_TYPES] = {
+const EventShape kEventShapes[EVENTS_MAX_TYPES] = {
     /*  0 mount */ {2, {{"_node_", 0, kText}, {"_fs_", 1, kText}}, build<MountActionEvent, S, S>},
     /*  1 unmount */ {2, {{"_node_", 0, kText}, {"_fs_", 1, kText}}, build<MountActionEvent, S, S>},
     /*  2 adddisk */
@@ -244,12 +244,12 @@ const EventSpec kEventSpecs[EVENTS_MAX_TYPES] = {
 const int kFsStateChange = 10;
 const int kSdrChanged = 16;
 
-// Reads every keyword of `spec` from `line` into `a`. Each scratch field is
+// Reads every keyword of `shape` from `line` into `a`. Each scratch field is
 // cleared before its scan, so that an absent keyword gives an empty text or 0.
-void readKeywords(const EventSpec& spec, const char* line, Args& a)
+void readKeywords(const EventShape& shape, const char* line, Args& a)
 {
-    for (int k = 0; k < spec.nKeywords; ++k) {
-        const KeywordSpec& ks = spec.keywords[k];
+    for (int k = 0; k < shape.nKeywords; ++k) {
+        const KeywordField& ks = shape.keywords[k];
         char* text = a.text[ks.arg];
         text[0] = '\0';
         grabValue(line, ks.keyword, text, kValueSize, 0);
@@ -338,12 +338,12 @@ Event* EventsHandler::createEventObject(int type, char* line)
     if (type == kFsStateChange) {
         record = decodeFsStateChange(line);
     } else {
-        const EventSpec& spec = kEventSpecs[type];
-        if (spec.build == nullptr)
+        const EventShape& shape = kEventShapes[type];
+        if (shape.build == nullptr)
             return nullptr;
         Args a{};
-        readKeywords(spec, line, a);
-        record = spec.build(a);
+        readKeywords(shape, line, a);
+        record = shape.build(a);
     }
     if (record == nullptr)
         return nullptr;
