@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <memory>
 #include <vector>
 
 #include <quelvane/merrno.h>
@@ -87,9 +88,10 @@ void qvLevelCopy(Owner* dest,
         int destIndex = (dest->*lookup)(srcItem->*keyField);
         if (destIndex < 0) {
             MErrno err = 0;
-            Item* fresh = new Item(&err);
+            std::unique_ptr<Item> fresh(new Item(&err));
             *fresh = *srcItem;
-            destItems.push_back(fresh);
+            destItems.push_back(fresh.get());
+            fresh.release();
             trace.added(srcItem, destIndex);
         } else {
             *destItems[static_cast<size_t>(destIndex)] = *srcItem;
