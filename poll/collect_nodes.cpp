@@ -176,19 +176,24 @@ int PollingHandler::updateNodeInfo(ClusterInfo* clusterP, int noRefresh)
         qv::keywordScan(tavrelWrapper, table, qv::kwExceeds(6));
     }
 
-    tavrelWrapper->cleanupCommand();
-    err = processCommand("tavrel nc");
-    if (err != 0) {
-        releasePollingLock();
-        return err;
-    }
-    tavrelWrapper->prepBuffer();
-    while (tavrelWrapper->getNextInstance("_tavrel")) {
-        NodeAddr addr(tavrelWrapper->getBufferedValue("_n_", 0, 256));
-        int idx = recipe->getNodeInfoIndex(addr.text);
-        if (idx < 0)
-            continue;
-        NodeInfo* node = recipe->nodeItems[static_cast<size_t>(idx)];
+    // "tavrel nc" and "tavrel v" answer one "_tavrel" line per node, named by
+    // its _n_ value; lines of nodes that the recipe does not know are passed over.
+    auto scanNodeLines = [&](const char* request, auto&& scanNode) {
+        tavrelWrapper->cleanupCommand();
+        int rc = processCommand(request);
+        if (rc != 0)
+            return rc;
+        tavrelWrapper->prepBuffer();
+        while (tavrelWrapper->getNextInstance("_tavrel")) {
+            NodeAddr addr(tavrelWrapper->getBufferedValue("_n_", 0, 256));
+            int idx = recipe->getNodeInfoIndex(addr.text);
+            if (idx >= 0)
+                scanNode(recipe->nodeItems[static_cast<size_t>(idx)], addr.text);
+        }
+        return 0;
+    };
+
+    err = scanNodeLines("tavrel nc", [&](NodeInfo* node, const char*) {
         const qv::KwField table[] = {
             qv::kwText("_version_", node->version),
             qv::kwI64("_pagepool_", &node->pagePool),
@@ -214,22 +219,13 @@ int PollingHandler::updateNodeInfo(ClusterInfo* clusterP, int noRefresh)
             qv::kwText("_unmountondiskfail_", node->unmountOnDiskFail),
         };
         qv::keywordScan(tavrelWrapper, table, qv::kwExceeds(14));
-    }
-
-    tavrelWrapper->cleanupCommand();
-    err = processCommand("tavrel v");
+    });
     if (err != 0) {
         releasePollingLock();
         return err;
     }
-    tavrelWrapper->prepBuffer();
-    while (tavrelWrapper->getNextInstance("_tavrel")) {
-        NodeAddr addr(tavrelWrapper->getBufferedValue("_n_", 0, 256));
-        int idx = recipe->getNodeInfoIndex(addr.text);
-        if (idx < 0)
-            continue;
-        NodeInfo* node = recipe->nodeItems[static_cast<size_t>(idx)];
-        const char* addrText = addr.text;
+
+    err = scanNodeLines("tavrel v", [&](NodeInfo* node, const char* addrText) {
         const qv::KwField table[] = {
             qv::kwCustom("_nn_",
                          [node](char* value, TavrelWrapperUtils*) {
@@ -248,6 +244,10 @@ int PollingHandler::updateNodeInfo(ClusterInfo* clusterP, int noRefresh)
                          }),
         };
         qv::keywordScan(tavrelWrapper, table, qv::kwExceeds(5));
+    });
+    if (err != 0) {
+        releasePollingLock();
+        return err;
     }
 
     tavrelWrapper->cleanupCommand();
