@@ -48,11 +48,8 @@ MErrno PollingHandler::updateClusterInfo(ClusterInfo* clusterP, int norefresh)
     const char* who = "PollingHandler::updateClusterInfo";
     getPollingLock();
 
-    char cmd[512];
-    snprintf(cmd, sizeof(cmd), "%s/vksdrquery %d %d:%d:%d:%d:%d:%d:%d:%d:%d", qv::kToolDir, 10,
-             1001, 1002, 1003, 1008, 1006, 1007, 1011, 1004, 1005);
-    if (norefresh != 0)
-        strcat(cmd, " all norefresh");
+    const std::string cmd = qv::repositoryQueryCommand(
+        10, {1001, 1002, 1003, 1008, 1006, 1007, 1011, 1004, 1005}, norefresh);
 
     MErrno result = 0;
     int lineRc = 0;
@@ -91,7 +88,7 @@ MErrno PollingHandler::updateClusterInfo(ClusterInfo* clusterP, int norefresh)
         // One line is all the query gives.
         return false;
     };
-    qv::ToolRunResult run = qv::runTool(who, cmd, onLine);
+    qv::ToolRunResult run = qv::runTool(who, cmd.c_str(), onLine);
     if (!run.started) {
         releasePollingLock();
         return 1;

@@ -82,15 +82,12 @@ void fillServers(ClusterInfo* recipe, CommandWrapperUtils* cw, std::vector<DiskS
 
 int PollingHandler::updateDiskSDRInfo(int noRefresh)
 {
-    char cmd[512];
-    snprintf(cmd, sizeof(cmd), "%s/vksdrquery %d %d:%d:%d:%d:%d:%d:%d:%d", qv::kToolDir, 30, 3001,
-             3004, 3005, 3006, 3007, 3008, 3002, 3003);
-    if (noRefresh != 0)
-        strcat(cmd, " all norefresh");
+    const std::string cmd =
+        qv::repositoryQueryCommand(30, {3001, 3004, 3005, 3006, 3007, 3008, 3002, 3003}, noRefresh);
 
     int result = 0;
     RepositoryLine col;
-    qv::ToolRunResult run = qv::runTool(kWhoScan, cmd, [&](char* line) {
+    qv::ToolRunResult run = qv::runTool(kWhoScan, cmd.c_str(), [&](char* line) {
         // 3006 and 3008 are not emptied, nor is the return code: a short
         // line keeps what the line before left there.
         initBuf(col.diskName);

@@ -55,11 +55,8 @@ int PollingHandler::updateNodeInfo(ClusterInfo* clusterP, int noRefresh)
     const char* who = "PollingHandler::updateNodeInfo";
     getPollingLock();
 
-    char cmd[512];
-    snprintf(cmd, sizeof(cmd), "%s/vksdrquery %d %d:%d:%d:%d:%d:%d:%d:%d:%d", qv::kToolDir, 20,
-             2003, 2004, 2005, 2006, 2007, 2008, 2010, 2014, 2015);
-    if (noRefresh != 0)
-        strcat(cmd, " all norefresh");
+    const std::string cmd = qv::repositoryQueryCommand(
+        20, {2003, 2004, 2005, 2006, 2007, 2008, 2010, 2014, 2015}, noRefresh);
 
     auto onLine = [&](char* line) {
         char col[9][kColumn];
@@ -112,7 +109,7 @@ int PollingHandler::updateNodeInfo(ClusterInfo* clusterP, int noRefresh)
         }
         return true;
     };
-    qv::ToolRunResult run = qv::runTool(who, cmd, onLine);
+    qv::ToolRunResult run = qv::runTool(who, cmd.c_str(), onLine);
     if (!run.started || run.exitStatus != 0) {
         releasePollingLock();
         return 1;

@@ -95,10 +95,9 @@ MErrno PollingHandler::cleanupNodeList()
 unsigned int PollingHandler::getSdrfsGenNumber()
 {
     const char* who = "PollingHandler::getSdrfsGenNumber";
-    char cmd[512];
-    snprintf(cmd, sizeof(cmd), "%s/vksdrquery %d %d all norefresh", qv::kToolDir, 10, 1015);
+    const std::string cmd = qv::repositoryQueryCommand(10, {1015}, 1);
     unsigned int genNumber = 0;
-    qv::runTool(who, cmd, [&](char* line) {
+    qv::runTool(who, cmd.c_str(), [&](char* line) {
         int status = 0;
         int version = 0;
         unsigned int number = 0;

@@ -9,6 +9,19 @@ namespace qv {
 
 const char* const kToolDir = "/usr/kpx/vesk/bin";
 
+std::string repositoryQueryCommand(int table, std::initializer_list<int> columns, int noRefresh)
+{
+    std::string cmd = std::string(kToolDir) + "/vksdrquery " + std::to_string(table) + " ";
+    const char* sep = "";
+    for (int column : columns) {
+        cmd += sep + std::to_string(column);
+        sep = ":";
+    }
+    if (noRefresh != 0)
+        cmd += " all norefresh";
+    return cmd;
+}
+
 int skipToolLines(FILE* stream, int count)
 {
     char buf[400];

@@ -3,6 +3,8 @@
 
 #include <cstdio>
 #include <functional>
+#include <initializer_list>
+#include <string>
 
 namespace qv {
 
@@ -58,6 +60,10 @@ ToolRunResult runTool(const char* who, const char* command, const ToolLineFn& on
 
 // Reads and drops `count` lines with fgets into a 400-byte buffer. 0 always.
 int skipToolLines(FILE* stream, int count);
+
+// The repository query of one table: "<tool dir>/vksdrquery TABLE C1:C2:...",
+// with " all norefresh" behind it when `noRefresh` is not 0.
+std::string repositoryQueryCommand(int table, std::initializer_list<int> columns, int noRefresh);
 
 // Exit status of a pclose result: bits 8 to 15.
 inline int toolExitStatus(int rawStatus) { return (rawStatus >> 8) & 255; }
