@@ -16,7 +16,7 @@
 
 #include "../poll/keyword_scan_internal.h"
 #include "../poll/sweep_internal.h"
-#include "../poll/tool_runner_internal.h"
+#include "../poll/tools/tool_runner_internal.h"
 
 using namespace qvtest;
 

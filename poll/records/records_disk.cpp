@@ -3,7 +3,7 @@
 
 #include <quelvane/cluster_info.h>
 
-#include "poll/records_text_internal.h"
+#include "poll/records/records_text_internal.h"
 
 // ---------------------------------------------------------------------------
 // StoragePoolInfo

@@ -5,7 +5,7 @@
 
 #include <new>
 
-#include "poll/records_text_internal.h"
+#include "poll/records/records_text_internal.h"
 
 namespace {
 

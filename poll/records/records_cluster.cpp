@@ -5,7 +5,7 @@
 
 #include <cstring>
 
-#include "poll/records_text_internal.h"
+#include "poll/records/records_text_internal.h"
 
 ClusterInfo::ClusterInfo(MErrno* err)
     : maxBlockSize(0),

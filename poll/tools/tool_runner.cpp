@@ -1,4 +1,4 @@
-#include "poll/tool_runner_internal.h"
+#include "poll/tools/tool_runner_internal.h"
 
 #include <cstdio>
 #include <vector>

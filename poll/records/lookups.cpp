@@ -3,7 +3,7 @@
 #include <quelvane/cluster_info.h>
 #include <quelvane/kx_log.h>
 
-#include "poll/level_copy_internal.h"
+#include "poll/records/level_copy_internal.h"
 
 int ClusterInfo::getNodeInfoIndex(char* key)
 {

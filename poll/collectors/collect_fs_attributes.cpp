@@ -14,9 +14,9 @@
 #include <quelvane/command_wrapper_utils.h>
 #include <quelvane/kx_log.h>
 
-#include "poll/records_text_internal.h"
+#include "poll/records/records_text_internal.h"
 #include "poll/sweep_internal.h"
-#include "poll/tool_runner_internal.h"
+#include "poll/tools/tool_runner_internal.h"
 
 namespace {
 

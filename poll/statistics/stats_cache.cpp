@@ -6,7 +6,7 @@
 #include <quelvane/cache_stats_info.h>
 
 #include "poll/keyword_scan_internal.h"
-#include "poll/stats_frame_internal.h"
+#include "poll/statistics/stats_frame_internal.h"
 
 CacheStatsInfo::CacheStatsInfo()
 {

@@ -18,7 +18,7 @@
 #include <quelvane/tavrel_wrapper_utils.h>
 
 #include "poll/keyword_scan_internal.h"
-#include "poll/records_text_internal.h"
+#include "poll/records/records_text_internal.h"
 #include "poll/sweep_internal.h"
 
 namespace {

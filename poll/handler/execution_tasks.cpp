@@ -12,7 +12,7 @@
 #include <quelvane/kx_log.h>
 
 #include "poll/handler_internal.h"
-#include "poll/tool_runner_internal.h"
+#include "poll/tools/tool_runner_internal.h"
 
 namespace {
 

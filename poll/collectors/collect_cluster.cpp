@@ -14,8 +14,8 @@
 #include <quelvane/tavrel_wrapper_utils.h>
 
 #include "poll/keyword_scan_internal.h"
-#include "poll/records_text_internal.h"
-#include "poll/tool_runner_internal.h"
+#include "poll/records/records_text_internal.h"
+#include "poll/tools/tool_runner_internal.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <quelvane/command_wrapper_utils.h>
 #include <quelvane/kx_log.h>
 
-#include "poll/tool_runner_internal.h"
+#include "poll/tools/tool_runner_internal.h"
 
 namespace {
 

@@ -15,7 +15,7 @@
 #include <quelvane/version.h>
 
 #include "poll/handler_internal.h"
-#include "poll/tool_runner_internal.h"
+#include "poll/tools/tool_runner_internal.h"
 
 namespace {
 

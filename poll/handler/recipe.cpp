@@ -12,7 +12,7 @@
 
 #include "poll/handler_internal.h"
 #include "poll/keyword_scan_internal.h"
-#include "poll/tool_runner_internal.h"
+#include "poll/tools/tool_runner_internal.h"
 
 MErrno PollingHandler::refreshClusterRecipe(int /*pollingScope*/)
 {
