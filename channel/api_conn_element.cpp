@@ -6,6 +6,7 @@
 #include "channel/conn_element_internal.h"
 #include "foundation/qv_assert_internal.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <climits>
@@ -18,7 +19,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
-#include <string>
+#include <memory>
 #include <sys/socket.h>
 #include <sys/types.h>
 #include <unistd.h>
@@ -55,28 +56,76 @@ uint32_t getBigEndian(const unsigned char* in)
            (static_cast<uint32_t>(in[2]) << 8) | static_cast<uint32_t>(in[3]);
 }
 
-// Reads one line from descriptor `fd`, one byte per recv, into `buf` of
-// `size` bytes. Bytes beyond the buffer are consumed but not stored, and then
-// no terminator is written: the last byte of the buffer holds a character of
-// the line, which is how a caller that planted a 0 there sees that the line
-// did not fit. A recv of -1 is retried at once; 0 ends the string and gives
-// -1; a newline ends it and gives 10.
-int readlnSocketBounded(int fd, char* buf, size_t size)
+// How much one look-ahead of the line readers may show. A line longer than
+// this is read in several steps; bytes shown behind its newline stay where
+// they are.
+const size_t kLookAhead = 4096;
+
+// How much one block of the response drain may show and take.
+const size_t kResponseBlock = 65536;
+
+// Shows up to `cap` of the bytes waiting on `fd` without taking them, blocking
+// until there is at least one. Result of recv.
+ssize_t peekAhead(int fd, char* dst, size_t cap)
+{
+    return recv(fd, dst, cap, MSG_PEEK | MSG_NOSIGNAL);
+}
+
+// Takes `count` bytes that a look-ahead has shown to be waiting into `dst`.
+// 1 when all were taken, otherwise the failing recv's result (errno tells).
+// Shown bytes are there to take, so this neither waits nor fails in practice.
+ssize_t takeShown(int fd, char* dst, size_t count)
+{
+    while (count > 0) {
+        ssize_t n = recv(fd, dst, count, MSG_NOSIGNAL);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return n;
+        dst += n;
+        count -= static_cast<size_t>(n);
+    }
+    return 1;
+}
+
+// Reads one line from descriptor `fd` into `buf` of `size` bytes. Bytes beyond
+// the buffer are consumed but not stored, and then no terminator is written:
+// the last byte of the buffer holds a character of the line, which is how a
+// caller that planted a 0 there sees that the line did not fit. A failed recv
+// is retried at once; the end of the stream ends the string and gives -1; a
+// newline ends it and gives 10. The line is found by looking ahead, and only
+// its bytes up to and including the newline are taken: the stream is consumed
+// exactly as far as a reading of one byte per recv would consume it.
+// `moreShown`, when given, tells whether the look-ahead saw bytes behind the
+// newline, that is whether more input is known to be waiting.
+int readlnSocketBounded(int fd, char* buf, size_t size, bool* moreShown = nullptr)
 {
     size_t pos = 0;
+    char ahead[kLookAhead];
     for (;;) {
-        char c;
-        ssize_t n = recv(fd, &c, 1, MSG_NOSIGNAL);
+        ssize_t n = peekAhead(fd, ahead, sizeof(ahead));
         if (n == -1)
             continue;
-        if (n == 0 || c == '\n') {
+        if (n == 0) {
             if (pos < size)
                 buf[pos] = '\0';
-            return n == 0 ? -1 : 10;
+            return -1;
         }
+        const char* nl = static_cast<const char*>(memchr(ahead, '\n', static_cast<size_t>(n)));
+        const size_t take = nl != nullptr ? static_cast<size_t>(nl - ahead) + 1 : static_cast<size_t>(n);
+        if (takeShown(fd, ahead, take) != 1)
+            continue;
+        const size_t text = nl != nullptr ? take - 1 : take;
         if (pos < size)
-            buf[pos] = c;
-        ++pos;
+            memcpy(buf + pos, ahead, text < size - pos ? text : size - pos);
+        pos += text;
+        if (nl != nullptr) {
+            if (pos < size)
+                buf[pos] = '\0';
+            if (moreShown != nullptr)
+                *moreShown = static_cast<size_t>(n) > take;
+            return 10;
+        }
     }
 }
 
@@ -120,11 +169,68 @@ int waitReadable(struct pollfd* fds, int count, int timeoutMs)
     return rc;
 }
 
-// Whether the socket has hung up or failed (or the poll itself failed).
+// Whether the socket has hung up or failed (or the poll itself failed). The
+// question is asked without waiting: a hang-up that has happened is already
+// flagged on the socket.
 bool connectionLost(Tavrel_ConnectionElement* elt)
 {
-    int rc = elt->poll(POLLERR | POLLHUP | POLLNVAL, 1);
+    int rc = elt->poll(POLLERR | POLLHUP | POLLNVAL, 0);
     return rc == 1 || rc == -1;
+}
+
+// Prints the failure of a recv of the line reader (reporting on): its result
+// `n` and the errno `err` of the moment.
+void reportLineFailure(const Tavrel_ConnectionElement* elt, ssize_t n, int err)
+{
+    char msg[200];
+    if (n == -1) {
+        snprintf(msg, sizeof(msg), "_error_ Node %s, port %d: Error %d reading from stream socket: %s\n",
+                 elt->nodeName, elt->port, err, strerror(err));
+    } else if (n == 0) {
+        snprintf(msg, sizeof(msg), "_error_ Node %s, port %d: End-of-file encountered!\n", elt->nodeName,
+                 elt->port);
+    } else {
+        snprintf(msg, sizeof(msg), "_error_ Node %s, port %d: Unexpected recv() return value: %d!\n",
+                 elt->nodeName, elt->port, static_cast<int>(n));
+    }
+    kx_print(msg);
+}
+
+// The line has reached `size` - 1 bytes without its newline: the next byte
+// overruns, whatever it is. It is taken alone, as a reading of one byte per
+// recv takes it, and the failure is printed (reporting on). Always -1.
+int overrunLine(const Tavrel_ConnectionElement* elt, int size, bool report)
+{
+    char c;
+    ssize_t n = recv(elt->sock, &c, 1, MSG_NOSIGNAL);
+    if (n != 1) {
+        if (report)
+            reportLineFailure(elt, n, errno);
+        return -1;
+    }
+    if (report) {
+        char msg[200];
+        snprintf(msg, sizeof(msg), "_error_ Node %s, port %d: Read overrun of %d byte buffer!\n", elt->nodeName,
+                 elt->port, size);
+        kx_print(msg);
+    }
+    return -1;
+}
+
+// Whether a line (of `length` bytes, not terminated) is the end line of a
+// response, read as a string: up to its first zero byte.
+bool isEndLine(const char* line, size_t length)
+{
+    static const char kEnd[] = "_response_ end";
+    const size_t endLength = sizeof(kEnd) - 1;
+    return length >= endLength && memcmp(line, kEnd, endLength) == 0 &&
+           (length == endLength || line[endLength] == '\0');
+}
+
+void spoolBytes(FILE* spool, const char* bytes, size_t count)
+{
+    if (spool != nullptr && count > 0)
+        fwrite(bytes, 1, count, spool);
 }
 
 } // namespace
@@ -359,50 +465,44 @@ int Tavrel_ConnectionElement::poll(short events, int timeoutMs)
     return ::poll(&p, 1, timeoutMs);
 }
 
+// The line is found by looking ahead, and only its bytes up to and including
+// the newline are taken, so that nothing behind it is consumed: the descriptor
+// can pass to read() or tavrel_readlnSocket at any time. At an overrun, at the
+// end of the stream and at a failure the stream is consumed exactly as far as
+// a reading of one byte per recv would have consumed it.
 int Tavrel_ConnectionElement::readSocketLine(char* buf, int size)
 {
     if (sock < 0)
         return -1;
     const bool report = trace != 0 || reportErrors;
-    char msg[200];
+    char ahead[kLookAhead];
     int len = 0;
     for (;;) {
-        char c;
-        ssize_t n = recv(sock, &c, 1, MSG_NOSIGNAL);
-        if (n != 1) {
-            if (report) {
-                if (n == -1) {
-                    int e = errno;
-                    snprintf(msg, sizeof(msg),
-                             "_error_ Node %s, port %d: Error %d reading from stream socket: %s\n",
-                             nodeName, port, e, strerror(e));
-                } else if (n == 0) {
-                    snprintf(msg, sizeof(msg), "_error_ Node %s, port %d: End-of-file encountered!\n",
-                             nodeName, port);
-                } else {
-                    snprintf(msg, sizeof(msg),
-                             "_error_ Node %s, port %d: Unexpected recv() return value: %d!\n", nodeName,
-                             port, static_cast<int>(n));
-                }
-                kx_print(msg);
-            }
-            return -1;
-        }
-
         // A byte of text needs a free place before the last one; so does the
-        // newline, so that the longest line taken has size - 2 bytes.
-        if (len >= size - 1) {
-            if (report) {
-                snprintf(msg, sizeof(msg), "_error_ Node %s, port %d: Read overrun of %d byte buffer!\n",
-                         nodeName, port, size);
-                kx_print(msg);
-            }
+        // newline, so that the longest line taken has size - 2 bytes. A
+        // newline among the next `room` bytes therefore ends the line in time.
+        const long room = static_cast<long>(size) - 1 - len;
+        if (room <= 0)
+            return overrunLine(this, size, report);
+        ssize_t n = peekAhead(sock, ahead, std::min(static_cast<size_t>(room), sizeof(ahead)));
+        if (n <= 0) {
+            if (report)
+                reportLineFailure(this, n, errno);
             return -1;
         }
-        if (c != '\n') {
-            buf[len++] = c;
+        const char* nl = static_cast<const char*>(memchr(ahead, '\n', static_cast<size_t>(n)));
+        const size_t take = nl != nullptr ? static_cast<size_t>(nl - ahead) + 1 : static_cast<size_t>(n);
+        ssize_t taken = takeShown(sock, buf + len, take);
+        if (taken != 1) {
+            if (report)
+                reportLineFailure(this, taken, errno);
+            return -1;
+        }
+        if (nl == nullptr) {
+            len += static_cast<int>(take);
             continue;
         }
+        len += static_cast<int>(take) - 1;
         buf[len] = '\0';
 
         if (trace > 1)
@@ -436,6 +536,90 @@ int Tavrel_ConnectionElement::drainStringSocket(char* buf, int size, int (*sink)
         if (verdict == 1)
             return 0;
         return verdict;
+    }
+}
+
+int tavrel_spoolResponse(Tavrel_ConnectionElement* elt, char* buf, int size, FILE* spool)
+{
+    const int fd = elt->sock;
+    if (fd < 0)
+        return -1;
+    const bool report = elt->trace != 0 || elt->reportErrors;
+    size_t len = 0;   // bytes of a line begun in an earlier block, at buf[0]
+    for (;;) {
+        // As in readSocketLine: a newline among the next `room` bytes ends
+        // the line in time; at a room of 0 the next byte overruns.
+        const long room = static_cast<long>(size) - 1 - static_cast<long>(len);
+        if (room <= 0)
+            return overrunLine(elt, size, report);
+        ssize_t n = peekAhead(fd, buf + len, std::min(static_cast<size_t>(room), kResponseBlock));
+        if (n <= 0) {
+            if (report)
+                reportLineFailure(elt, n, errno);
+            return -1;
+        }
+        char* const shownEnd = buf + len + n;
+
+        // What this block takes: up to and including the end line, if it is
+        // among the bytes shown, else all of them (the bytes of a line begun
+        // here are taken, as a reading byte by byte takes them before it
+        // waits for the rest).
+        char* cut = shownEnd;
+        bool ended = false;
+        for (char *lineStart = buf, *p = buf + len, *nl;
+             (nl = static_cast<char*>(memchr(p, '\n', static_cast<size_t>(shownEnd - p)))) != nullptr;
+             lineStart = p = nl + 1) {
+            if (isEndLine(lineStart, static_cast<size_t>(nl - lineStart))) {
+                cut = nl + 1;
+                ended = true;
+                break;
+            }
+        }
+        ssize_t taken = takeShown(fd, buf + len, static_cast<size_t>(cut - (buf + len)));
+        if (taken != 1) {
+            if (report)
+                reportLineFailure(elt, taken, errno);
+            return -1;
+        }
+
+        // Each complete line: runs of plain lines go to the spool as they
+        // stand; an event line goes to the callback instead, in its place in
+        // the order; a line with a zero byte is spooled as the string it is.
+        char* lineStart = buf;
+        char* run = buf;
+        for (char *p = buf + len, *nl;
+             p < cut && (nl = static_cast<char*>(memchr(p, '\n', static_cast<size_t>(cut - p)))) != nullptr;
+             lineStart = p = nl + 1) {
+            const size_t length = static_cast<size_t>(nl - lineStart);
+            if (elt->trace > 1)
+                fprintf(stderr, "_trace_ Node %s, port %d: Read %d bytes\n", elt->nodeName, elt->port,
+                        static_cast<int>(length));
+            const bool event = length >= 8 && memcmp(lineStart, "_event_ ", 8) == 0;
+            const char* zero = event ? nullptr : static_cast<const char*>(memchr(lineStart, '\0', length));
+            if (!event && zero == nullptr)
+                continue;
+            spoolBytes(spool, run, static_cast<size_t>(lineStart - run));
+            run = nl + 1;
+            if (zero != nullptr) {
+                spoolBytes(spool, lineStart, static_cast<size_t>(zero - lineStart));
+                spoolBytes(spool, "\n", 1);
+                continue;
+            }
+            *nl = '\0';
+            if (elt->trace > 1)
+                fprintf(stderr, "_trace_ %s event message: '%s'\n",
+                        elt->callback != nullptr ? "Returning" : "Discarding", lineStart);
+            if (elt->callback != nullptr)
+                elt->callback(lineStart, elt->callbackData);
+        }
+        spoolBytes(spool, run, static_cast<size_t>(lineStart - run));
+        if (ended)
+            return 0;
+
+        // The line begun in this block moves to the front.
+        len = static_cast<size_t>(cut - lineStart);
+        if (lineStart != buf)
+            memmove(buf, lineStart, len);
     }
 }
 
@@ -480,22 +664,32 @@ int tavrel_blastLineToFile(char* line, void* file)
 // strlen(haystack) + 1 bytes): the value is a piece of the haystack.
 char* tavrel_grabKeywordValue(char* haystack, const char* keyword, char* dst, unsigned int atLineStart)
 {
-    std::string needle;
-    if (atLineStart != 0) {
-        needle = keyword;
-        needle += ' ';
-    } else if (keyword[0] == ' ') {
-        needle = keyword;
-    } else {
-        needle = ' ';
-        needle += keyword;
-        needle += ' ';
+    // The needle: with atLineStart the keyword and a blank; otherwise a blank,
+    // the keyword and a blank, unless the keyword begins with a blank, which
+    // is then the needle as it stands. It is built on the stack when it fits
+    // (as the library's own keywords do): this runs for every value read.
+    const size_t keywordLength = strlen(keyword);
+    char shortNeedle[64];
+    std::unique_ptr<char[]> longNeedle;
+    char* needle = shortNeedle;
+    if (keywordLength + 3 > sizeof(shortNeedle)) {
+        longNeedle.reset(new char[keywordLength + 3]);
+        needle = longNeedle.get();
     }
+    char* q = needle;
+    if (atLineStart == 0 && keyword[0] != ' ')
+        *q++ = ' ';
+    memcpy(q, keyword, keywordLength);
+    q += keywordLength;
+    if (atLineStart != 0 || keyword[0] != ' ')
+        *q++ = ' ';
+    *q = '\0';
+    const size_t needleLength = static_cast<size_t>(q - needle);
 
-    char* found = strstr(haystack, needle.c_str());
+    char* found = strstr(haystack, needle);
     if (found == nullptr)
         return nullptr;
-    char* value = found + needle.size();
+    char* value = found + needleLength;
 
     if (strcmp(keyword, "_msg_") == 0) {
         memmove(dst, value, strlen(value) + 1);
@@ -599,13 +793,18 @@ int tavrel_readlnBounded(FILE* f, char* buf, size_t size, Tavrel_ConnectionEleme
                     // 1024 bytes or more ends the process here.
                     char eventLine[1024];
                     eventLine[sizeof(eventLine) - 1] = 0;
-                    int got = readlnSocketBounded(fd, eventLine, sizeof(eventLine));
+                    bool moreShown = false;
+                    int got = readlnSocketBounded(fd, eventLine, sizeof(eventLine), &moreShown);
                     QV_ASSERT_IN(eventLine[sizeof(eventLine) - 1] == 0, "buf[sizeof(buf)-1] == 0",
                                  kAssertFile, 816, kReadlnFunction);
                     if (got != -1)
                         callback(eventLine, callbackData);
                     if (connectionLost(elt))
                         return -1;
+                    // Bytes seen waiting behind the line: the wait for more
+                    // input would end at once.
+                    if (moreShown)
+                        continue;
                     struct pollfd alone[1];
                     alone[0].fd = fd;
                     if (waitReadable(alone, 1, 100) <= 0)
@@ -624,9 +823,11 @@ int tavrel_countLines(FILE* f)
     fpos_t position;
     fgetpos(f, &position);
     int count = 0;
-    int c;
-    while ((c = getc(f)) != EOF) {
-        if (c == '\n')
+    char block[8192];
+    size_t n;
+    while ((n = fread(block, 1, sizeof(block), f)) > 0) {
+        for (const char *p = block, *end = block + n;
+             (p = static_cast<const char*>(memchr(p, '\n', static_cast<size_t>(end - p)))) != nullptr; ++p)
             ++count;
     }
     fsetpos(f, &position);

@@ -8,7 +8,9 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <unistd.h>
 
@@ -21,6 +23,41 @@ const char kTokenSeparators[] = " \n\t";
 const size_t kLineSize = 1048576;
 const size_t kRequestSize = 10240;
 
+// Size of the stream buffer of a spool: a response is written and read back
+// in blocks of this size rather than in the few KiB of stdio's default.
+const size_t kSpoolBufferSize = 65536;
+
+// The stream buffers of the spools, by session. A session keeps its buffer
+// across the reopenings of its spool and frees it once the spool is closed
+// for good.
+std::mutex gSpoolBuffersMutex;
+std::map<const TavrelWrapperUtils*, std::unique_ptr<char[]>> gSpoolBuffers;
+
+// Opens the spool "w+" with the session's stream buffer; null on failure.
+FILE* openSpool(const TavrelWrapperUtils* owner, const char* path)
+{
+    FILE* f = fopen(path, "w+");
+    if (f == nullptr)
+        return nullptr;
+    char* buffer;
+    {
+        std::lock_guard<std::mutex> lock(gSpoolBuffersMutex);
+        std::unique_ptr<char[]>& slot = gSpoolBuffers[owner];
+        if (!slot)
+            slot.reset(new char[kSpoolBufferSize]);
+        buffer = slot.get();
+    }
+    setvbuf(f, buffer, _IOFBF, kSpoolBufferSize);
+    return f;
+}
+
+// Frees the session's stream buffer; its spool is closed.
+void releaseSpoolBuffer(const TavrelWrapperUtils* owner)
+{
+    std::lock_guard<std::mutex> lock(gSpoolBuffersMutex);
+    gSpoolBuffers.erase(owner);
+}
+
 bool startsWith(const char* line, const char* prefix)
 {
     return strncmp(line, prefix, strlen(prefix)) == 0;
@@ -28,16 +65,34 @@ bool startsWith(const char* line, const char* prefix)
 
 // Reads one spool line into `buf` of `size` bytes without its newline; the
 // rest of a line too long for the buffer is dropped. 10 at a newline, EOF at
-// the end of the file.
+// the end of the file. The same as reading character by character, done by
+// fgets a buffer at a time.
 int readSpoolLine(FILE* f, char* buf, size_t size)
 {
-    size_t pos = 0;
+    if (fgets(buf, static_cast<int>(size), f) == nullptr) {
+        buf[0] = '\0';
+        return EOF;
+    }
+    const size_t n = strlen(buf);
+    if (n > 0 && buf[n - 1] == '\n') {
+        buf[n - 1] = '\0';
+        return '\n';
+    }
+    if (feof(f))
+        return EOF;
+    // A zero byte in the line hides its end from strlen. fgets stopped at the
+    // first newline, which lies behind that byte, or at a full buffer.
+    if (n < size - 1) {
+        char* nl = static_cast<char*>(memchr(buf + n, '\n', size - 1 - n));
+        if (nl != nullptr) {
+            *nl = '\0';
+            return '\n';
+        }
+    }
+    // A full buffer: the rest of the line is dropped.
     int c;
     while ((c = getc(f)) != EOF && c != '\n') {
-        if (pos + 1 < size)
-            buf[pos++] = static_cast<char>(c);
     }
-    buf[pos] = '\0';
     return c;
 }
 
@@ -84,13 +139,14 @@ TavrelWrapperUtils::~TavrelWrapperUtils()
 {
     if (responseFile != nullptr)
         fclose(responseFile);
+    releaseSpoolBuffer(this);
     delete connection;
 }
 
 int TavrelWrapperUtils::commonInits()
 {
     snprintf(responsePath, sizeof(responsePath), "%s", kResponsePath);
-    responseFile = fopen(responsePath, "w+");
+    responseFile = openSpool(this, responsePath);
     if (responseFile == nullptr) {
         kx_print("Error: Failed to make response file\n");
         return 1;
@@ -155,28 +211,36 @@ int TavrelWrapperUtils::sendCommand(const char* cmd)
 int TavrelWrapperUtils::getResponse(const char*)
 {
     std::unique_ptr<char[]> buffer(new char[kLineSize]);
+    // Lines are spooled a block at a time, never beyond the end line; while
+    // the spool could not be reopened they are read and dropped.
     if (connection->get_socket() >= 0)
-        connection->drainStringSocket(buffer.get(), static_cast<int>(kLineSize), tavrel_blastLineToFile,
-                                      responseFile);
+        tavrel_spoolResponse(connection, buffer.get(), static_cast<int>(kLineSize), responseFile);
     return 0;
 }
 
 int TavrelWrapperUtils::prepBuffer()
 {
-    rewind(responseFile);
+    if (responseFile != nullptr)
+        rewind(responseFile);
     return 0;
 }
 
+// A reopening that fails leaves no spool: until a later cleanupCommand
+// reopens it, the spool counts as empty and responses are read and dropped.
 int TavrelWrapperUtils::cleanupCommand()
 {
     if (responseFile != nullptr)
         fclose(responseFile);
-    responseFile = fopen(responsePath, "w+");
+    responseFile = openSpool(this, responsePath);
     return 0;
 }
 
 bool TavrelWrapperUtils::getNextInstance(const char* prefix)
 {
+    if (responseFile == nullptr) {
+        lineBuffer[0] = '\0';
+        return false;
+    }
     while (readSpoolLine(responseFile, lineBuffer, sizeof(lineBuffer)) != EOF) {
         if (debug != 0)
             fprintf(stderr, "%s\n", lineBuffer);
@@ -188,24 +252,37 @@ bool TavrelWrapperUtils::getNextInstance(const char* prefix)
 
 int TavrelWrapperUtils::getNextResponse(const char* prefix)
 {
+    if (responseFile == nullptr)
+        return 0;
     fpos_t position;
     fgetpos(responseFile, &position);
-    std::unique_ptr<char[]> line(new char[kLineSize]);
-    int rc = readSpoolLine(responseFile, line.get(), kLineSize);
-    int found = (rc != EOF && startsWith(line.get(), prefix)) ? 1 : 0;
+    // The next line, as a line buffer would hold it (its first kLineSize - 1
+    // characters), begins with `prefix`, and it ends with a newline.
+    const size_t want = strlen(prefix);
+    bool same = want < kLineSize;
+    size_t pos = 0;
+    int c;
+    while ((c = getc(responseFile)) != EOF && c != '\n') {
+        if (pos < want && c != static_cast<unsigned char>(prefix[pos]))
+            same = false;
+        if (!same)
+            break;
+        ++pos;
+    }
+    // Reading stopped at a character that differs, or at the end of the line.
+    const int found = (same && c == '\n' && pos >= want) ? 1 : 0;
     fsetpos(responseFile, &position);
     return found;
 }
 
 int TavrelWrapperUtils::getInstanceCount(const char* prefix)
 {
+    if (responseFile == nullptr)
+        return 0;
     rewind(responseFile);
     std::unique_ptr<char[]> line(new char[kLineSize]);
     int count = 0;
-    for (;;) {
-        memset(line.get(), 0, kLineSize);
-        if (readSpoolLine(responseFile, line.get(), kLineSize) == EOF)
-            break;
+    while (readSpoolLine(responseFile, line.get(), kLineSize) != EOF) {
         if (debug != 0) {
             fprintf(stderr, "%s\n", line.get());
             fflush(stderr);
