@@ -64,6 +64,9 @@ const size_t kLookAhead = 4096;
 // How much one block of the response drain may show and take.
 const size_t kResponseBlock = 65536;
 
+// How much one block of event lines in tavrel_readln may show and take.
+const size_t kEventBlock = 65536;
+
 // Shows up to `cap` of the bytes waiting on `fd` without taking them, blocking
 // until there is at least one. Result of recv.
 ssize_t peekAhead(int fd, char* dst, size_t cap)
@@ -137,10 +140,13 @@ int readlnStreamBounded(FILE* f, char* buf, size_t size)
 {
     size_t pos = 0;
     int c;
-    while ((c = getc(f)) != EOF && c != '\n') {
+    // The stream is locked once for the line, not once per character.
+    flockfile(f);
+    while ((c = getc_unlocked(f)) != EOF && c != '\n') {
         if (pos + 1 < size)
             buf[pos++] = static_cast<char>(c);
     }
+    funlockfile(f);
     if (size > 0)
         buf[pos] = '\0';
     return c;
@@ -741,6 +747,7 @@ int tavrel_readlnBounded(FILE* f, char* buf, size_t size, Tavrel_ConnectionEleme
 {
     if (elt != nullptr) {
         const int fileFd = fileno(f);
+        std::unique_ptr<char[]> block;   // look-ahead of the event lines
         for (;;) {
             const int sockFd = elt->get_socket();
             int nfds = sockFd + 1;
@@ -788,20 +795,55 @@ int tavrel_readlnBounded(FILE* f, char* buf, size_t size, Tavrel_ConnectionEleme
                 void* callbackData = elt->callbackData;
                 QV_ASSERT_IN(callback, "callback", kAssertFile, 809, kReadlnFunction);
 
+                // The waiting lines are taken a block at a time: a look-ahead
+                // shows what is there, every whole line in it is taken at
+                // once and delivered in order, and a line begun at the end of
+                // the block stays in the socket for the next one. Each line is
+                // handed over in a buffer of 1024 bytes, which one of 1024
+                // bytes or more overruns: the process ends here then. The
+                // hang-up test follows each block, so that a loss is noticed
+                // within a block of lines.
+                if (block == nullptr)
+                    block.reset(new char[kEventBlock]);
                 for (;;) {
-                    // An event line must leave the last byte alone: one of
-                    // 1024 bytes or more ends the process here.
                     char eventLine[1024];
-                    eventLine[sizeof(eventLine) - 1] = 0;
                     bool moreShown = false;
-                    int got = readlnSocketBounded(fd, eventLine, sizeof(eventLine), &moreShown);
-                    QV_ASSERT_IN(eventLine[sizeof(eventLine) - 1] == 0, "buf[sizeof(buf)-1] == 0",
-                                 kAssertFile, 816, kReadlnFunction);
-                    if (got != -1)
-                        callback(eventLine, callbackData);
+                    ssize_t n = peekAhead(fd, block.get(), kEventBlock);
+                    if (n == -1)
+                        continue;
+                    const char* last =
+                        n > 0 ? static_cast<const char*>(memrchr(block.get(), '\n', static_cast<size_t>(n)))
+                              : nullptr;
+                    if (last == nullptr) {
+                        // No whole line shown, or the end of the stream: the
+                        // line reader takes this line as it comes.
+                        eventLine[sizeof(eventLine) - 1] = 0;
+                        int got = readlnSocketBounded(fd, eventLine, sizeof(eventLine), &moreShown);
+                        QV_ASSERT_IN(eventLine[sizeof(eventLine) - 1] == 0, "buf[sizeof(buf)-1] == 0",
+                                     kAssertFile, 816, kReadlnFunction);
+                        if (got != -1)
+                            callback(eventLine, callbackData);
+                    } else {
+                        const size_t take = static_cast<size_t>(last - block.get()) + 1;
+                        if (takeShown(fd, block.get(), take) != 1)
+                            continue;
+                        moreShown = static_cast<size_t>(n) > take;
+                        for (const char *line = block.get(), *end = block.get() + take, *nl; line < end;
+                             line = nl + 1) {
+                            nl = static_cast<const char*>(memchr(line, '\n', static_cast<size_t>(end - line)));
+                            const size_t length = static_cast<size_t>(nl - line);
+                            eventLine[sizeof(eventLine) - 1] = 0;
+                            memcpy(eventLine, line, std::min(length, sizeof(eventLine)));
+                            if (length < sizeof(eventLine))
+                                eventLine[length] = '\0';
+                            QV_ASSERT_IN(eventLine[sizeof(eventLine) - 1] == 0, "buf[sizeof(buf)-1] == 0",
+                                         kAssertFile, 816, kReadlnFunction);
+                            callback(eventLine, callbackData);
+                        }
+                    }
                     if (connectionLost(elt))
                         return -1;
-                    // Bytes seen waiting behind the line: the wait for more
+                    // Bytes seen waiting behind the lines: the wait for more
                     // input would end at once.
                     if (moreShown)
                         continue;

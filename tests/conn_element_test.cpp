@@ -21,6 +21,7 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/time.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -655,6 +656,138 @@ TEST(ReadSocketLine, ErrorTextIsCutAt200Bytes)
     std::string err = cap.finish();
     const std::string full = "_error_ Node " + longName + ", port -1: End-of-file encountered!";
     EXPECT_TRUE(matches(printed(lit(full.substr(0, 199))), err)) << err;
+}
+
+// The reader looks ahead and takes exactly what a reading of one byte per recv
+// would take: the tests below pin the bytes left in the socket.
+
+namespace {
+
+// Everything still waiting in the socket, without blocking.
+std::string waiting(int fd)
+{
+    std::string out;
+    char buf[65536];
+    for (ssize_t n; (n = recv(fd, buf, sizeof(buf), MSG_DONTWAIT)) > 0;)
+        out.append(buf, static_cast<size_t>(n));
+    return out;
+}
+
+} // namespace
+
+TEST(ReadSocketLine, OverrunTakesExactlySizeBytesWithLinesWaitingBehind)
+{
+    Pair p;
+    Tavrel_ConnectionElement e("/peer", -1);
+    e.sock = p.mine;
+    p.send("abcdefghij\nnext\nlast\n");
+    char buf[8];
+    EXPECT_EQ(e.readSocketLine(buf, 8), -1);
+    EXPECT_EQ(std::string(buf, 7), "abcdefg");
+    // "h" overran and was taken; the rest of the line and the lines behind it wait.
+    EXPECT_EQ(waiting(p.mine), "ij\nnext\nlast\n");
+}
+
+TEST(ReadSocketLine, SizeOneOverrunsAtTheFirstByteAndTakesOnlyIt)
+{
+    Pair p;
+    Tavrel_ConnectionElement e("/peer", -1);
+    e.sock = p.mine;
+    p.send("x\ny\n");
+    char buf[1] = {'#'};
+    EXPECT_EQ(e.readSocketLine(buf, 1), -1);
+    EXPECT_EQ(buf[0], '#');
+    EXPECT_EQ(waiting(p.mine), "\ny\n");
+}
+
+TEST(ReadSocketLine, LineLongerThanOneLookAheadIsReadWholeAndItsOverrunIsExact)
+{
+    Pair p;
+    Tavrel_ConnectionElement e("/peer", -1);
+    e.sock = p.mine;
+    const std::string longLine(10000, 'L');
+    p.send(longLine + "\nafter\n" + longLine + "\ntail\n");
+    std::vector<char> buf(20000);
+    EXPECT_EQ(e.readSocketLine(buf.data(), 20000), 10000);
+    EXPECT_EQ(std::string(buf.data()), longLine);
+    // With a buffer of 5000 bytes the 5000th byte of the line overruns.
+    EXPECT_EQ(e.readSocketLine(buf.data(), 20000), 5);
+    EXPECT_STREQ(buf.data(), "after");
+    EXPECT_EQ(e.readSocketLine(buf.data(), 5000), -1);
+    EXPECT_EQ(std::string(buf.data(), 4999), longLine.substr(0, 4999));
+    EXPECT_EQ(waiting(p.mine), std::string(5000, 'L') + "\ntail\n");
+}
+
+TEST(ReadSocketLine, EndOfStreamMidLineTakesThePartialLine)
+{
+    Pair p;
+    Tavrel_ConnectionElement e("/peer", -1);
+    e.sock = p.mine;
+    e.reportErrors = 1;
+    p.send("done\npart");
+    p.closePeer();
+    char buf[16];
+    EXPECT_EQ(e.readSocketLine(buf, sizeof(buf)), 4);
+    EXPECT_STREQ(buf, "done");
+    memset(buf, '#', sizeof(buf));
+    StderrCapture cap;
+    EXPECT_EQ(e.readSocketLine(buf, sizeof(buf)), -1);
+    std::string err = cap.finish();
+    EXPECT_TRUE(matches(printed(lit("_error_ Node /peer, port -1: End-of-file encountered!")), err)) << err;
+    // The partial line was taken (and stored, without a terminator).
+    EXPECT_EQ(std::string(buf, 5), "part#");
+    EXPECT_EQ(e.read(buf, sizeof(buf)), 0);
+}
+
+TEST(ReadSocketLine, LineArrivingInPiecesIsWaitedFor)
+{
+    Pair p;
+    Tavrel_ConnectionElement e("/peer", -1);
+    e.sock = p.mine;
+    p.send("ab");
+    std::thread later([&] {
+        usleep(50000);
+        p.send("c");
+        usleep(20000);
+        p.send("d\nnext\n");
+    });
+    char buf[16];
+    EXPECT_EQ(e.readSocketLine(buf, sizeof(buf)), 4);
+    later.join();
+    EXPECT_STREQ(buf, "abcd");
+    EXPECT_EQ(waiting(p.mine), "next\n");
+}
+
+TEST(ReadSocketLine, DescriptorHandedBetweenTheReadersLosesNothing)
+{
+    Pair p;
+    Tavrel_ConnectionElement e("/peer", -1);
+    e.sock = p.mine;
+    Collected got;
+    e.callback = collect;
+    e.callbackData = &got;
+    // Every line is in the socket before the first one is read.
+    p.send("one\ntwo\nthree\n_event_ e1\nfour\nfive\nsix\n_event_ e2\nseven\n");
+    char buf[64];
+    EXPECT_EQ(e.readSocketLine(buf, sizeof(buf)), 3);
+    EXPECT_STREQ(buf, "one");
+    EXPECT_EQ(e.read(buf, 4), 4);
+    EXPECT_EQ(std::string(buf, 4), "two\n");
+    EXPECT_EQ(tavrel_readlnSocket(p.mine, buf), 10);
+    EXPECT_STREQ(buf, "three");
+    EXPECT_EQ(e.readSocketLine(buf, sizeof(buf)), 4);
+    EXPECT_STREQ(buf, "four");
+    EXPECT_EQ(got.lines, (std::vector<std::string>{"_event_ e1"}));
+    EXPECT_EQ(tavrel_readlnSocket(p.mine, buf), 10);
+    EXPECT_STREQ(buf, "five");
+    EXPECT_EQ(e.read(buf, 2), 2);
+    EXPECT_EQ(std::string(buf, 2), "si");
+    EXPECT_EQ(e.readSocketLine(buf, sizeof(buf)), 1);
+    EXPECT_STREQ(buf, "x");
+    EXPECT_EQ(e.readSocketLine(buf, sizeof(buf)), 5);
+    EXPECT_STREQ(buf, "seven");
+    EXPECT_EQ(got.lines, (std::vector<std::string>{"_event_ e1", "_event_ e2"}));
+    EXPECT_EQ(waiting(p.mine), "");
 }
 
 // ---------------------------------------------------------- drainStringSocket

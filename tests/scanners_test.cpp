@@ -13,6 +13,7 @@
 #include <regex>
 #include <string>
 #include <sys/socket.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -211,6 +212,30 @@ TEST(ReadlnSocket, EventLinesAreNotSpecialHere)
     EXPECT_STREQ(buf, "_event_ x");
 }
 
+TEST(ReadlnSocket, TakesOneLineAndLeavesTheLinesWaitingBehindIt)
+{
+    Pair p;
+    p.send("a\nbb\nccc\n");
+    char buf[64];
+    EXPECT_EQ(tavrel_readlnSocket(p.mine, buf), 10);
+    EXPECT_STREQ(buf, "a");
+    char rest[64] = {};
+    EXPECT_EQ(recv(p.mine, rest, sizeof(rest), MSG_DONTWAIT), 7);
+    EXPECT_STREQ(rest, "bb\nccc\n");
+}
+
+TEST(ReadlnSocket, LineLongerThanOneLookAheadComesWhole)
+{
+    Pair p;
+    const std::string line(9000, 'q');
+    p.send(line + "\nnext\n");
+    std::vector<char> buf(10000);
+    EXPECT_EQ(tavrel_readlnSocket(p.mine, buf.data()), 10);
+    EXPECT_EQ(std::string(buf.data()), line);
+    EXPECT_EQ(tavrel_readlnSocket(p.mine, buf.data()), 10);
+    EXPECT_STREQ(buf.data(), "next");
+}
+
 // ------------------------------------------------------------ tavrel_readln
 
 TEST(Readln, WithoutElementReadsTheStreamOnly)
@@ -307,6 +332,73 @@ TEST(Readln, EventLineOf1023BytesIsDelivered)
     EXPECT_EQ(got.lines[0], line);
 }
 
+TEST(Readln, ManyLinesWaitingAreDeliveredInOrderAcrossLookAheads)
+{
+    Pair p;
+    StreamPipe sp;
+    Element el(p.mine);
+    Collected got;
+    el.e.callback = collect;
+    el.e.callbackData = &got;
+    // Some 90 KB: more than one look-ahead, with a line cut at its end.
+    std::vector<std::string> lines;
+    std::string bytes;
+    for (int i = 0; i < 2000; ++i) {
+        lines.push_back("_event_ mount _node_ n" + std::to_string(i) + " _fs_ gpfs1 _severity_ INFO");
+        bytes += lines.back() + "\n";
+    }
+    // The pipe becomes ready only once every line is in the socket: the
+    // socket is drained first, so all of them come before the stream's line.
+    std::thread writer([&] {
+        p.send(bytes);
+        sp.write("from the pipe\n");
+    });
+    char buf[64];
+    EXPECT_EQ(tavrel_readln(sp.in, buf, &el.e), 10);
+    writer.join();
+    EXPECT_STREQ(buf, "from the pipe");
+    EXPECT_EQ(got.lines, lines);
+    char rest[16];
+    EXPECT_EQ(recv(p.mine, rest, sizeof(rest), MSG_DONTWAIT), -1);
+}
+
+TEST(Readln, LineBegunAtTheEndOfWhatIsWaitingIsCompleted)
+{
+    Pair p;
+    StreamPipe sp;
+    Element el(p.mine);
+    Collected got;
+    el.e.callback = collect;
+    el.e.callbackData = &got;
+    p.send("_event_ first\n_event_ par");
+    std::thread later([&] {
+        usleep(50000);
+        p.send("tial\n_event_ last\n");
+        usleep(150000);
+        sp.write("x\n");
+    });
+    char buf[64];
+    EXPECT_EQ(tavrel_readln(sp.in, buf, &el.e), 10);
+    later.join();
+    EXPECT_EQ(got.lines, (std::vector<std::string>{"_event_ first", "_event_ partial", "_event_ last"}));
+}
+
+TEST(Readln, HangUpWithLinesStillWaitingDeliversNone)
+{
+    Pair p;
+    StreamPipe sp;
+    Element el(p.mine);
+    Collected got;
+    el.e.callback = collect;
+    el.e.callbackData = &got;
+    p.send("_event_ a\n_event_ b\n");
+    p.closePeer();
+    char buf[64];
+    // The hang-up is seen before the first line is read.
+    EXPECT_EQ(tavrel_readln(sp.in, buf, &el.e), -1);
+    EXPECT_TRUE(got.lines.empty());
+}
+
 TEST(ReadlnDeathTest, ClosedSocketFailsTheNfdsAssertion)
 {
     StreamPipe sp;
@@ -326,6 +418,44 @@ TEST(ReadlnDeathTest, EventLineOf1024BytesFailsTheBufferAssertion)
     p.send("_event_ " + std::string(1016, 'y') + "\n");
     char buf[64];
     EXPECT_DEATH(tavrel_readln(sp.in, buf, &el.e), assertionText(816, "buf[sizeof(buf)-1] == 0"));
+}
+
+namespace {
+
+int printLine(char* line, void*)
+{
+    fprintf(stderr, "delivered: %s\n", line);
+    return 0;
+}
+
+} // namespace
+
+TEST(ReadlnDeathTest, OverlongLineAmidOthersEndsTheProcessAfterTheLinesBeforeIt)
+{
+    Pair p;
+    StreamPipe sp;
+    Element el(p.mine);
+    el.e.callback = printLine;
+    p.send("_event_ before\n_event_ " + std::string(1016, 'y') + "\n_event_ after\n");
+    char buf[64];
+    EXPECT_DEATH(tavrel_readln(sp.in, buf, &el.e),
+                 "delivered: _event_ before\n(.|\n)*" + assertionText(816, "buf[sizeof(buf)-1] == 0"));
+}
+
+TEST(Readln, LineOf1023BytesAmidOthersIsDelivered)
+{
+    Pair p;
+    StreamPipe sp;
+    Element el(p.mine);
+    Collected got;
+    el.e.callback = collect;
+    el.e.callbackData = &got;
+    const std::string longLine = "_event_ " + std::string(1015, 'z');
+    p.send("_event_ a\n" + longLine + "\n_event_ b\n");
+    sp.write("x\n");
+    char buf[64];
+    EXPECT_EQ(tavrel_readln(sp.in, buf, &el.e), 10);
+    EXPECT_EQ(got.lines, (std::vector<std::string>{"_event_ a", longLine, "_event_ b"}));
 }
 
 TEST(ReadlnDeathTest, AsyncDataWithoutCallbackFailsTheCallbackAssertion)

@@ -83,6 +83,40 @@ TEST(WaitEvents, DeliversEveryLineThenReturnsWhenTheDaemonStaysDown)
     EXPECT_EQ(daemon.received(), "");
 }
 
+TEST(WaitEvents, BurstOfLinesWrittenAtOnceArrivesWholeAndInOrder)
+{
+    FakeDaemon daemon;
+    auto s = makeSession();
+    s->registerEvents(recordEvent);
+    ASSERT_TRUE(daemon.waitForConnections(1));
+    {
+        std::lock_guard<std::mutex> lock(gMutex);
+        gEvents.clear();
+    }
+
+    StderrCapture cap;
+    std::thread waiter([&] { s->waitEvents(); });
+    // Some 600 KB in one write: many blocks of lines, lines cut at their
+    // edges, and lines of every length up to the longest one taken.
+    std::vector<std::string> lines;
+    std::string bytes;
+    for (int i = 0; i < 12000; ++i) {
+        lines.push_back("_event_ mount _node_ n" + std::to_string(i) + " _fs_ " + std::string(i % 97, 'f'));
+        bytes += lines.back() + "\n";
+    }
+    lines.push_back("_event_ " + std::string(1015, 'x'));
+    bytes += lines.back() + "\n";
+    EXPECT_EQ(daemon.pushRaw(bytes), 1);
+    ASSERT_TRUE(waitForEvents(lines.size(), 20000));
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));   // nothing more comes
+
+    daemon.stop();
+    waiter.join();
+    cap.finish();
+    EXPECT_EQ(events(), lines);
+    EXPECT_EQ(daemon.connectionsAccepted(), 1u);
+}
+
 TEST(WaitEvents, ReconnectsOnceAfterAHangUp)
 {
     FakeDaemon daemon;

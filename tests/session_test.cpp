@@ -14,6 +14,8 @@
 #include <regex>
 #include <string>
 #include <sys/resource.h>
+#include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -321,6 +323,191 @@ TEST(SessionRequest, OverlongRequestIsCutToTheBuffer)
     EXPECT_EQ(daemon.received(), std::string(10238, 'r') + "\n");
 }
 
+// The response is taken a block at a time, never beyond its end line, with
+// the results of a reading line by line.
+
+TEST(SessionRequest, ResponseTakesNothingBehindItsEndLine)
+{
+    FakeDaemon daemon;
+    // About 100 KB of response (more than one block), and behind its end
+    // line, in the same write, bytes that belong to no response yet.
+    std::vector<std::string> lines;
+    std::string expected;
+    for (int i = 0; i < 1500; ++i) {
+        lines.push_back("_node_ _name_ n" + std::to_string(i) + " _ip_ 10.0." + std::to_string(i / 256) + "." +
+                        std::to_string(i % 256) + " _status_ up _rc_ 0");
+        expected += lines.back() + "\n";
+    }
+    lines.push_back("_response_ end");
+    lines.push_back("_event_ later");
+    lines.push_back("tail");
+    Response r(lines);
+    r.appendEnd = false;
+    daemon.respond("get nodes", r);
+    auto s = makeSession();
+    gEvents.clear();
+    s->registerEvents(recordEvent);
+    ASSERT_EQ(s->processCommand("get nodes"), 0);
+    EXPECT_EQ(spoolOf(s.get()), expected + "_response_ end\n");
+    EXPECT_TRUE(gEvents.empty());
+    // What follows the end line is all still in the socket.
+    const std::string behind = "_event_ later\ntail\n";
+    std::string rest;
+    char buf[256];
+    while (rest.size() < behind.size()) {
+        int n = s->connection->read(buf, sizeof(buf));
+        ASSERT_GT(n, 0);
+        rest.append(buf, static_cast<size_t>(n));
+    }
+    EXPECT_EQ(rest, behind);
+}
+
+TEST(SessionRequest, EventsAmidALongResponseReachTheCallbackInOrder)
+{
+    FakeDaemon daemon;
+    std::vector<std::string> lines;
+    std::vector<std::string> events;
+    std::string expected;
+    for (int i = 0; i < 3000; ++i) {
+        if (i % 97 == 0) {
+            events.push_back("_event_ mount _node_ n" + std::to_string(i) + " _fs_ f");
+            lines.push_back(events.back());
+        }
+        lines.push_back("_node_ _name_ n" + std::to_string(i) + " _status_ up");
+        expected += lines.back() + "\n";
+    }
+    daemon.respond("get nodes", Response(lines));
+    auto s = makeSession();
+    gEvents.clear();
+    s->registerEvents(recordEvent);
+    ASSERT_EQ(s->processCommand("get nodes"), 0);
+    EXPECT_EQ(gEvents, events);
+    EXPECT_EQ(spoolOf(s.get()), expected + "_response_ end\n");
+    s->prepBuffer();
+    EXPECT_EQ(s->getInstanceCount("_node_"), 3000);
+}
+
+TEST(SessionRequest, LineWithAZeroByteIsSpooledAsTheStringItHolds)
+{
+    FakeDaemon daemon;
+    Response r({std::string("_node_ a\0hidden", 15), "_node_ b", std::string("_response_ end\0x", 16), "behind"});
+    r.appendEnd = false;
+    daemon.respond("get nodes", r);
+    auto s = makeSession();
+    ASSERT_EQ(s->processCommand("get nodes"), 0);
+    // The end line, read as a string, ends the response.
+    EXPECT_EQ(spoolOf(s.get()), "_node_ a\n_node_ b\n_response_ end\n");
+    char buf[16];
+    EXPECT_EQ(s->connection->read(buf, sizeof(buf)), 7);
+    EXPECT_EQ(std::string(buf, 7), "behind\n");
+}
+
+TEST(SessionRequest, LineLongerThanABlockIsSpooledWhole)
+{
+    FakeDaemon daemon;
+    const std::string longLine = "_tavrel::x_ _v_ " + std::string(200000, 'v');
+    daemon.respond("tavrel x", {"_a_ 1", longLine, "_b_ 2"});
+    auto s = makeSession();
+    ASSERT_EQ(s->processCommand("tavrel x"), 0);
+    EXPECT_EQ(spoolOf(s.get()), "_a_ 1\n" + longLine + "\n_b_ 2\n_response_ end\n");
+    s->prepBuffer();
+    ASSERT_TRUE(s->getNextInstance("_tavrel::x_"));
+    EXPECT_EQ(strlen(s->lineBuffer), longLine.size());
+}
+
+TEST(SessionRequest, OverrunInAResponseTakesExactlyTheLineBuffer)
+{
+    FakeDaemon daemon;
+    // The line buffer holds 1048576 bytes: the 1048576th byte of this line
+    // overruns, and all behind it stays in the socket.
+    const std::string huge(1048576 + 100, 'h');
+    daemon.respond("tavrel big", {"_before_ 1", huge});
+    auto s = makeSession(1);
+    StderrCapture cap;
+    ASSERT_EQ(s->processCommand("tavrel big"), 0);
+    std::string err = cap.finish();
+    EXPECT_TRUE(matches("Processing command tavrel big\n" +
+                            printed(lit("_error_ Node /var/vesk/tavrel/tavrelSocket, port -1: Read overrun of "
+                                        "1048576 byte buffer!")),
+                        err))
+        << err;
+    EXPECT_EQ(spoolOf(s.get()), "_before_ 1\n");
+    const std::string behind = std::string(100, 'h') + "\n_response_ end\n";
+    std::string rest;
+    std::vector<char> buf(4096);
+    while (rest.size() < behind.size()) {
+        int n = s->connection->read(buf.data(), static_cast<int>(buf.size()));
+        ASSERT_GT(n, 0);
+        rest.append(buf.data(), static_cast<size_t>(n));
+    }
+    EXPECT_EQ(rest, behind);
+}
+
+TEST(SessionRequest, EndOfStreamMidLineSpoolsTheWholeLinesAndTakesThePart)
+{
+    FakeDaemon daemon;
+    Response silent;
+    silent.silent = true;
+    daemon.respond("get nodes", silent);
+    auto s = makeSession(1);
+    std::thread peer([&] {
+        ASSERT_TRUE(daemon.waitForRequests(1));
+        daemon.pushRaw("_node_ a\n_node_ pa");
+        daemon.dropConnections();
+    });
+    StderrCapture cap;
+    EXPECT_EQ(s->processCommand("get nodes"), 0);
+    std::string err = cap.finish();
+    peer.join();
+    EXPECT_TRUE(matches("Processing command get nodes\n" +
+                            printed(lit("_error_ Node /var/vesk/tavrel/tavrelSocket, port -1: End-of-file "
+                                        "encountered!")),
+                        err))
+        << err;
+    EXPECT_EQ(spoolOf(s.get()), "_node_ a\n");
+    // The part of a line was taken: nothing is left but the end of the stream.
+    char buf[16];
+    EXPECT_EQ(s->connection->read(buf, sizeof(buf)), 0);
+}
+
+TEST(SessionRequest, CleanupWhoseReopeningFailsLeavesAnEmptySpoolUntilOneSucceeds)
+{
+    FakeDaemon daemon;
+    daemon.respond("get nodes", Response(kNodes));
+    daemon.respond("get nodes", {"_node_ lost"});
+    daemon.respond("get nodes", {"_node_ _name_ again"});
+    auto s = makeSession();
+    ASSERT_EQ(s->processCommand("get nodes"), 0);
+    // The spool's path is taken by a directory: the reopening fails.
+    ASSERT_EQ(unlink(kSpool), 0);
+    ASSERT_EQ(mkdir(kSpool, 0755), 0);
+    EXPECT_EQ(s->cleanupCommand(), 0);
+    EXPECT_EQ(s->responseFile, nullptr);
+
+    // The spool counts as empty, and the response is read and dropped.
+    EXPECT_EQ(s->processCommand("get nodes"), 0);
+    EXPECT_EQ(s->prepBuffer(), 0);
+    strcpy(s->lineBuffer, "stale");
+    EXPECT_FALSE(s->getNextInstance("_node_"));
+    EXPECT_STREQ(s->lineBuffer, "");
+    EXPECT_EQ(s->getNextResponse(""), 0);
+    EXPECT_EQ(s->getInstanceCount(""), 0);
+    EXPECT_EQ(s->cleanupCommand(), 0);
+    EXPECT_EQ(s->responseFile, nullptr);
+
+    // Once the path is free again the next cleanup reopens the spool, and the
+    // next response is the next one on the wire.
+    ASSERT_EQ(rmdir(kSpool), 0);
+    EXPECT_EQ(s->cleanupCommand(), 0);
+    ASSERT_NE(s->responseFile, nullptr);
+    ASSERT_EQ(s->processCommand("get nodes"), 0);
+    EXPECT_EQ(spoolOf(s.get()), "_node_ _name_ again\n_response_ end\n");
+    s->prepBuffer();
+    ASSERT_TRUE(s->getNextInstance("_node_"));
+    EXPECT_STREQ(s->getBufferedValue("_name_", 0, 256), "again");
+    EXPECT_EQ(daemon.requestLines(), (std::vector<std::string>{"get nodes", "get nodes", "get nodes"}));
+}
+
 // ----------------------------------------------------------------- scanners
 
 TEST(SessionScan, PrefixMatchTakesAnyLineBeginningSo)
@@ -422,6 +609,66 @@ TEST(SessionScan, BufferedValueIsCopiedUpToLenAndReusedByTheNextCall)
     char* second = s->getBufferedValue("_short_", 0, 256);
     EXPECT_EQ(second, first);
     EXPECT_STREQ(first, "ab");
+}
+
+namespace {
+
+// The spool as the scanners find it, written here directly.
+void writeSpool(TavrelWrapperUtils* s, const std::string& bytes)
+{
+    rewind(s->responseFile);
+    ASSERT_EQ(fwrite(bytes.data(), 1, bytes.size(), s->responseFile), bytes.size());
+    rewind(s->responseFile);
+}
+
+} // namespace
+
+TEST(SessionScan, GetNextResponseNeedsTheWholePrefixAndTheLinesNewline)
+{
+    FakeDaemon daemon;
+    auto s = makeSession();
+    writeSpool(s.get(), "_no\n_node_ x\n_node_ last");
+    EXPECT_EQ(s->getNextResponse("_node_"), 0);   // shorter than the prefix
+    EXPECT_EQ(s->getNextResponse("_no"), 1);
+    EXPECT_EQ(s->getNextResponse(""), 1);
+    ASSERT_TRUE(s->getNextInstance(""));
+    EXPECT_EQ(s->getNextResponse("_node_ x"), 1);
+    EXPECT_EQ(s->getNextResponse("_node_ y"), 0);
+    ASSERT_TRUE(s->getNextInstance(""));
+    // A last line without its newline is not found, though it begins so.
+    EXPECT_EQ(s->getNextResponse("_node_"), 0);
+    EXPECT_EQ(s->getNextResponse(""), 0);
+    EXPECT_FALSE(s->getNextInstance(""));
+    EXPECT_STREQ(s->lineBuffer, "_node_ last");
+}
+
+TEST(SessionScan, LineWithAZeroByteIsReadAsByCharacters)
+{
+    FakeDaemon daemon;
+    auto s = makeSession();
+    memset(s->lineBuffer, '#', 32);
+    writeSpool(s.get(), std::string("ab\0cd\nef\n", 9));
+    ASSERT_TRUE(s->getNextInstance(""));
+    EXPECT_EQ(std::string(s->lineBuffer, 6), std::string("ab\0cd\0", 6));
+    ASSERT_TRUE(s->getNextInstance("ef"));
+    EXPECT_FALSE(s->getNextInstance(""));
+    s->prepBuffer();
+    EXPECT_EQ(s->getInstanceCount("ab"), 1);
+}
+
+TEST(SessionScan, LineLongerThanTheLineBufferIsCutAndTheNextLineReadWhole)
+{
+    FakeDaemon daemon;
+    auto s = makeSession();
+    const std::string huge(1048576 + 10, 'k');
+    writeSpool(s.get(), huge + "\n_next_ 1\n");
+    ASSERT_TRUE(s->getNextInstance("kk"));
+    EXPECT_EQ(strlen(s->lineBuffer), 1048575u);
+    ASSERT_TRUE(s->getNextInstance(""));
+    EXPECT_STREQ(s->lineBuffer, "_next_ 1");
+    s->prepBuffer();
+    EXPECT_EQ(s->getInstanceCount("k"), 1);
+    EXPECT_EQ(s->getInstanceCount("_next_"), 1);
 }
 
 // ------------------------------------------------ lost connection and retry
