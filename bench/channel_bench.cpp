@@ -116,7 +116,7 @@ int main(int argc, char** argv)
 {
     Options options = parseOptions(argc, argv, kUsage);
     enterSandbox();
-    const int rounds = options.rounds > 0 ? options.rounds : 7;
+    const int rounds = options.rounds > 0 ? options.rounds : 15;
     std::vector<long> sizes = {500, 5000, 50000};
     if (options.lines > 0)
         sizes = {options.lines};
