@@ -65,21 +65,28 @@ void kx_log(int level, const char* who, const char* fmt, ...)
     currentTimeText(timeText, sizeof(timeText));
     const char* name = levelName(level);
 
+    // An entry is written in several calls (header, then message); hold the
+    // stream for all of them so that entries of other threads never land in
+    // the middle of it. The log is always taken before stderr.
+    flockfile(log);
     fprintf(log, "%s: %s: %s: ", timeText, name, who);
     va_list args;
     va_start(args, fmt);
     if (level < 2) {
         vfprintf(log, fmt, args);
     } else {
+        flockfile(stderr);
         fprintf(stderr, "%s: %s: %s: ", timeText, name, who);
         va_list copy;
         va_copy(copy, args);
         vfprintf(log, fmt, args);
         vfprintf(stderr, fmt, copy);
         va_end(copy);
+        funlockfile(stderr);
     }
     va_end(args);
     fflush(log);
+    funlockfile(log);
 }
 
 int kx_print(const char* text)
