@@ -6,8 +6,10 @@
 #include <string>
 #include <vector>
 
+#include <quelvane/file_owner.h>
 #include <quelvane/fileset.h>
 #include <quelvane/merrno.h>
+#include <quelvane/quota.h>
 
 // Records of the inventory tree; defined in <quelvane/cluster_info.h>.
 class ClusterInfo;
@@ -189,6 +191,61 @@ public:
     int getFileSets(char* fsName, std::vector<FileSet*>* out);
     int getFileSet(char* fsName, char* filesetName, FileSet* out);
     int getFileSets1(char* fsName, FileSet* array, int* len);
+
+    // ---- administration ----
+    // Each runs one administration tool through the shell and takes no lock
+    // (but changeOwnerAndOrGroup). Names, paths and comments are placed on
+    // the command line as they stand, WITHOUT quoting (but the comment of
+    // editFileset): pass only trusted names; a blank splits an argument and
+    // shell characters act. Everything the tool prints is appended to *msg
+    // (never cleared); the result is 0, 1 when the shell could not be
+    // started, or the tool's exit status (bits 8 to 15 of pclose).
+
+    // "vkcrfileset FS NAME [-t COMMENT] 2>&1", found through the search path;
+    // the comment is left out when noComment is true. Also prints the tool's
+    // words and a failure to stderr.
+    int createFileSet(FileSet fs, std::string* msg, bool noComment);
+    // Links fs.name at fs.path ("-J PATH"), or at its default place when the
+    // path is empty.
+    int linkFileSet(FileSet fs, std::string* msg);
+    // Unlinks by fileset name (byName) or by junction path; force adds "-f".
+    int unlinkFileSet(const char* fsName, const char* target, bool byName, bool force,
+                      std::string* msg);
+    int deleteFileSet(FileSet fs, bool force, std::string* msg);
+    // Changes a fileset named by `target` (a junction path when targetKind is
+    // "junction"): a new name (-j) and a comment (-t, quoted); null arguments
+    // are left out.
+    int editFileset(char* fsName, char* targetKind, char* target, char* newName, char* comment,
+                    std::string* msg);
+
+    // Reads one quota: type 1 group, 2 user, 3 fileset, any other user. 0, 1
+    // (shell not started, or no line printed), or the tool's exit status.
+    // The tool's error output goes to the process's stderr.
+    int getQuota(int type, const char* fsName, const char* name, Quota* quota);
+    // Sets quota limits with "vksetquota" (found through the search path):
+    // type "group", "user" or "fileset"; a null limit stays as it is; the
+    // small limits are in kilobytes. `reserved` is not read.
+    int editQuota(char* fsName, char* type, char* name, unsigned long long* optS,
+                  unsigned long long* optH, unsigned long long* optSmallS,
+                  unsigned long long* optSmallH, char* reserved, std::string* msg);
+
+    // "chown OWNER[:GROUP] PATH". Takes the polling lock while it reads the
+    // tool's output: the caller must not hold it. The tool's words go to the
+    // log and to the process's stderr.
+    int changeOwnerAndOrGroup(FileOrDirOwner target);
+    // Gives target.path the owner and group of source.path.
+    int changeFileOrDirOwnership(FileOrDirOwner source, FileOrDirOwner target, std::string* msg);
+    // Copies the ACL of source.path to target.path ("vkgetacl | vkputacl");
+    // aclType 0 nfs4, 1 posix, 2 native, any other the tool's default. The
+    // status is that of the last stage.
+    int changeFileOrDirACL(FileOrDirOwner source, FileOrDirOwner target, int aclType,
+                           std::string* msg);
+    // The home directory of `user` from /etc/passwd into `path` (which must
+    // hold 1024 bytes); an unknown user leaves it as it was. 0, or 1.
+    int getHomePath(char* user, char* path);
+    // The primary group id of `user` ("id --group"); an unknown user leaves
+    // *id as it was and gives 0. 0, or 1.
+    int getPrimaryId(char* user, unsigned int* id);
 
     PollingHandler(const PollingHandler&) = delete;
     PollingHandler& operator=(const PollingHandler&) = delete;

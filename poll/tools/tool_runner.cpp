@@ -38,10 +38,12 @@ ToolRunResult runTool(const char* who, const char* command, const ToolLineFn& on
     ToolRunResult result;
     FILE* stream = popen(command, "r");
     if (stream == nullptr) {
-        char msg[1024 + 64];
         if (opts.openFailFormat != nullptr) {
-            snprintf(msg, sizeof(msg), opts.openFailFormat, command);
-            kx_log(2, who, "%s", msg);
+            // Formatted to its full length, however long the command.
+            int n = snprintf(nullptr, 0, opts.openFailFormat, command);
+            std::vector<char> msg(static_cast<size_t>(n > 0 ? n : 0) + 1, '\0');
+            snprintf(msg.data(), msg.size(), opts.openFailFormat, command);
+            kx_log(2, who, "%s", msg.data());
         }
         if (opts.openFailStderrFormat != nullptr) {
             fprintf(stderr, opts.openFailStderrFormat, command);
@@ -52,6 +54,8 @@ ToolRunResult runTool(const char* who, const char* command, const ToolLineFn& on
     result.started = true;
     if (opts.skipFirst > 0)
         skipToolLines(stream, opts.skipFirst);
+    if (opts.afterSkip)
+        opts.afterSkip();
 
     int size = opts.lineSize > 1 ? opts.lineSize : 400;
     std::vector<char> own;

@@ -33,6 +33,9 @@ struct ToolRunOptions
     // Log "pclose exit status: %d\n" at level 2 under `who` when the exit
     // status is not 0.
     bool logExitStatus = true;
+    // Called once the leading lines are thrown away, before the first further
+    // line is read (also when there is none).
+    std::function<void()> afterSkip;
 };
 
 struct ToolRunResult

@@ -65,24 +65,29 @@ std::vector<std::string> splitLines(const std::string& text)
     return lines;
 }
 
-StderrCapture::StderrCapture()
+OutputCapture::OutputCapture(int fd) : fd_(fd)
 {
     static std::atomic<int> counter{0};
-    path_ = "/tmp/.stderr-capture." + std::to_string(getpid()) + "." + std::to_string(counter++);
-    fflush(stderr);
-    saved_ = dup(2);
-    int fd = open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (saved_ < 0 || fd < 0)
-        throw std::runtime_error("cannot capture stderr");
-    dup2(fd, 2);
-    close(fd);
+    path_ = "/tmp/.output-capture." + std::to_string(getpid()) + "." + std::to_string(counter++);
+    flush();
+    saved_ = dup(fd_);
+    int file = open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (saved_ < 0 || file < 0)
+        throw std::runtime_error("cannot capture descriptor " + std::to_string(fd_));
+    dup2(file, fd_);
+    close(file);
 }
 
-std::string StderrCapture::finish()
+void OutputCapture::flush()
+{
+    fflush(fd_ == 1 ? stdout : stderr);
+}
+
+std::string OutputCapture::finish()
 {
     if (saved_ >= 0) {
-        fflush(stderr);
-        dup2(saved_, 2);
+        flush();
+        dup2(saved_, fd_);
         close(saved_);
         saved_ = -1;
         text_ = readFile(path_);
@@ -91,7 +96,7 @@ std::string StderrCapture::finish()
     return text_;
 }
 
-StderrCapture::~StderrCapture()
+OutputCapture::~OutputCapture()
 {
     finish();
 }

@@ -13,22 +13,37 @@ void makeDirs(const std::string& path);
 // Lines of `text` without their newlines; a last line without newline counts.
 std::vector<std::string> splitLines(const std::string& text);
 
-// Redirects descriptor 2 (and stderr) into a file until finish() or the
-// destructor; finish() returns everything written meanwhile.
-class StderrCapture
+// Redirects descriptor 1 (and stdout) or 2 (and stderr) into a file until
+// finish() or the destructor; finish() returns everything written meanwhile.
+class OutputCapture
 {
 public:
-    StderrCapture();
-    ~StderrCapture();
+    explicit OutputCapture(int fd);
+    ~OutputCapture();
     std::string finish();
 
-    StderrCapture(const StderrCapture&) = delete;
-    StderrCapture& operator=(const StderrCapture&) = delete;
+    OutputCapture(const OutputCapture&) = delete;
+    OutputCapture& operator=(const OutputCapture&) = delete;
 
 private:
+    void flush();
+
+    int fd_;
     int saved_ = -1;
     std::string path_;
     std::string text_;
+};
+
+class StderrCapture : public OutputCapture
+{
+public:
+    StderrCapture() : OutputCapture(2) {}
+};
+
+class StdoutCapture : public OutputCapture
+{
+public:
+    StdoutCapture() : OutputCapture(1) {}
 };
 
 // Matches the 24-character ctime text that starts log and kx_print lines,
