@@ -14,6 +14,7 @@
 #include "poll/keyword_scan_internal.h"
 #include "poll/statistics/shared_records_internal.h"
 #include "poll/statistics/stats_frame_internal.h"
+#include "poll/statistics/stats_update_frame_internal.h"
 
 namespace {
 
@@ -141,67 +142,31 @@ void readSamples(AggregatedRPCPerfStat* obj, const Limits& lim, TavrelWrapperUti
     }
 }
 
-// Steps shared by the five updates: lock, refuse while a node has failed,
-// make and empty the record on every node of both trees, request, scan,
-// copy to the application's tree, unlock.
+// The frame of the five: the records that they make on a node are not
+// destroyed with the node, and are kept until someone destroys them or the
+// process ends; the instance loop of all scans finds the node by "_n_".
 template <class Rec, class Make, class Scan>
 int rpcUpdate(PollingHandler* h, ClusterInfo* clusterP, Rec* NodeInfo::*field, const char* request, Make make,
               Scan scan)
 {
-    h->getPollingLock();
-    if (h->checkFailedNode() == 1) {
-        h->releasePollingLock();
-        return 1;
-    }
-    ClusterInfo* recipe = h->recipe;
-    size_t nNodes = recipe->nodeItems.size();
-    for (size_t i = 0; i < nNodes; i++) {
-        for (NodeInfo* node : {recipe->nodeItems.at(i), clusterP->nodeItems.at(i)}) {
-            if (node->*field == nullptr) {
-                Rec* rec = make();
-                if (rec == nullptr) {
-                    h->releasePollingLock();
-                    return 1;
-                }
-                // Not destroyed with the node: kept until someone destroys
-                // it, or to the end of the process.
-                qv::rememberMadeRecord(rec, [](void* p) { delete static_cast<Rec*>(p); });
-                node->*field = rec;
-            }
-            (node->*field)->clearStats();
+    auto makeKept = [make]() {
+        Rec* rec = make();
+        if (rec != nullptr)
+            qv::rememberMadeRecord(rec, [](void* p) { delete static_cast<Rec*>(p); });
+        return rec;
+    };
+    auto instances = [field, scan](ClusterInfo* recipe, TavrelWrapperUtils* tw, int) {
+        while (tw->getNextInstance("_tavrel")) {
+            char addr[257];
+            qv::statsCopyText(addr, tw->getBufferedValue("_n_", 0, 256));
+            int idx = recipe->getNodeInfoIndex(addr);
+            if (idx < 0)
+                continue;
+            scan(recipe->nodeItems[static_cast<size_t>(idx)]->*field, tw);
         }
-    }
-    int err = h->processCommand(request);
-    if (err != 0) {
-        h->releasePollingLock();
-        return err;
-    }
-    TavrelWrapperUtils* tw = h->tavrelWrapper;
-    tw->prepBuffer();
-    while (tw->getNextInstance("_tavrel")) {
-        char addr[257];
-        qv::statsCopyText(addr, tw->getBufferedValue("_n_", 0, 256));
-        int idx = recipe->getNodeInfoIndex(addr);
-        if (idx < 0)
-            continue;
-        scan(recipe->nodeItems[static_cast<size_t>(idx)]->*field, tw);
-    }
-    tw->cleanupCommand();
-    for (size_t i = 0; i < nNodes; i++) {
-        NodeInfo* from = recipe->nodeItems.at(i);
-        NodeInfo* to = clusterP->nodeItems.at(i);
-        if (from->*field != nullptr && to->*field != nullptr)
-            *(to->*field) = *(from->*field);
-    }
-    h->releasePollingLock();
-    return 0;
-}
-
-template <class Rec>
-Rec* makeWithErr()
-{
-    MErrno err = 0;
-    return new (std::nothrow) Rec(&err);
+        return 0;
+    };
+    return qv::updateFrame(h, clusterP, field, request, makeKept, instances, qv::assignTo(field));
 }
 
 bool lineFailed(TavrelWrapperUtils* tw)
@@ -216,7 +181,7 @@ int PollingHandler::updateRPCUtilInfo(ClusterInfo* clusterP, short timeUnit, sho
     Limits fixed;
     if (!limitsFor(timeUnit, count, &fixed))
         return 1;
-    return rpcUpdate(this, clusterP, &NodeInfo::rpcUtil, "tavrel rpcs", makeWithErr<RPCUtilInfo>,
+    return rpcUpdate(this, clusterP, &NodeInfo::rpcUtil, "tavrel rpcs", qv::newRecord<RPCUtilInfo>,
                      [&](RPCUtilInfo* rec, TavrelWrapperUtils* tw) {
                          // Each line adds one peer, also when it failed.
                          char name[257];
@@ -290,7 +255,7 @@ int PollingHandler::updateRPCSizeUtilInfo(ClusterInfo* clusterP, short timeUnit,
     Limits fixed;
     if (!limitsFor(timeUnit, count, &fixed))
         return 1;
-    return rpcUpdate(this, clusterP, &NodeInfo::rpcSizeUtil, "tavrel rpcs size", makeWithErr<RPCSizeUtilInfo>,
+    return rpcUpdate(this, clusterP, &NodeInfo::rpcSizeUtil, "tavrel rpcs size", qv::newRecord<RPCSizeUtilInfo>,
                      [&](RPCSizeUtilInfo* rec, TavrelWrapperUtils* tw) {
                          readSeriesTable(rec, tw, timeUnit, fixed, "_rpcSize_", rec->sizes, true, &rec->nSizes);
                      });
@@ -301,7 +266,7 @@ int PollingHandler::updateRPCMsgUtilInfo(ClusterInfo* clusterP, short timeUnit, 
     Limits fixed;
     if (!limitsFor(timeUnit, count, &fixed))
         return 1;
-    return rpcUpdate(this, clusterP, &NodeInfo::rpcMsgUtil, "tavrel rpcs message", makeWithErr<RPCMsgUtilInfo>,
+    return rpcUpdate(this, clusterP, &NodeInfo::rpcMsgUtil, "tavrel rpcs message", qv::newRecord<RPCMsgUtilInfo>,
                      [&](RPCMsgUtilInfo* rec, TavrelWrapperUtils* tw) {
                          readSeriesTable(rec, tw, timeUnit, fixed, "_rpcObj_", nullptr, false, &rec->nStats);
                      });
@@ -345,7 +310,7 @@ int PollingHandler::updateRPCUtilInfoPerSec(ClusterInfo* clusterP)
 
 int PollingHandler::updateRPCRawUtilInfo(ClusterInfo* clusterP)
 {
-    return rpcUpdate(this, clusterP, &NodeInfo::rpcRawUtil, "tavrel rpcs raw", makeWithErr<RPCRawUtilInfo>,
+    return rpcUpdate(this, clusterP, &NodeInfo::rpcRawUtil, "tavrel rpcs raw", qv::newRecord<RPCRawUtilInfo>,
                      [](RPCRawUtilInfo* rec, TavrelWrapperUtils* tw) {
                          if (lineFailed(tw))
                              return;

@@ -17,6 +17,7 @@
 #include "poll/keyword_scan_internal.h"
 #include "poll/statistics/shared_records_internal.h"
 #include "poll/statistics/stats_families_internal.h"
+#include "poll/statistics/stats_update_frame_internal.h"
 
 namespace {
 
@@ -34,70 +35,6 @@ struct Value
 int lineRc(TavrelWrapperUtils* tw)
 {
     return qv::statsLineRc(tw);
-}
-
-// Makes the record of `field` on `node` when it has none, and empties it.
-// False when it could not be made.
-template <class Rec>
-bool prepareRecord(NodeInfo* node, Rec* NodeInfo::*field)
-{
-    if (node->*field == nullptr) {
-        MErrno err = 0;
-        node->*field = new (std::nothrow) Rec(&err);
-        if (node->*field == nullptr)
-            return false;
-    }
-    (node->*field)->clearStats();
-    return true;
-}
-
-// Steps shared by the seven node records: lock, refuse while a node has
-// failed, prepare the record on every node of both trees, send the request,
-// scan, bring the application's tree into line, unlock. `scan` walks the
-// spool; `copyBack` copies one node's record from the recipe to clusterP.
-template <class Rec, class Scan, class CopyBack>
-int nodeRecordUpdate(PollingHandler* h, ClusterInfo* clusterP, Rec* NodeInfo::*field, const char* request,
-                     Scan scan, CopyBack copyBack, void (*onLocked)(PollingHandler*) = nullptr)
-{
-    h->getPollingLock();
-    if (onLocked != nullptr)
-        onLocked(h);
-    if (h->checkFailedNode() == 1) {
-        h->releasePollingLock();
-        return 1;
-    }
-    ClusterInfo* recipe = h->recipe;
-    size_t nNodes = recipe->nodeItems.size();
-    for (size_t i = 0; i < nNodes; i++) {
-        // Range-checked: a shorter clusterP ends here with the lock held.
-        if (!prepareRecord(recipe->nodeItems.at(i), field) || !prepareRecord(clusterP->nodeItems.at(i), field)) {
-            h->releasePollingLock();
-            return 1;
-        }
-    }
-    int err = h->processCommand(request);
-    if (err != 0) {
-        h->releasePollingLock();
-        return err;
-    }
-    TavrelWrapperUtils* tw = h->tavrelWrapper;
-    tw->prepBuffer();
-    int result = scan(recipe, tw, static_cast<int>(nNodes));
-    tw->cleanupCommand();
-    for (size_t i = 0; i < nNodes; i++)
-        copyBack(recipe->nodeItems.at(i), clusterP->nodeItems.at(i));
-    h->releasePollingLock();
-    return result;
-}
-
-// The copy of step 7 for the records that every node of both trees has.
-template <class Rec>
-auto assignTo(Rec* NodeInfo::*field)
-{
-    return [field](NodeInfo* from, NodeInfo* to) {
-        if (from->*field != nullptr && to->*field != nullptr)
-            *(to->*field) = *(from->*field);
-    };
 }
 
 // The scan of the three plain families: lines that failed only warn, and
@@ -127,29 +64,29 @@ auto plainScan(Rec* NodeInfo::*field, const char* warning, int debug, LineScan l
 
 int PollingHandler::updateCacheStatsInfo(ClusterInfo* clusterP)
 {
-    return nodeRecordUpdate(this, clusterP, &NodeInfo::cacheStats, "tavrel chms",
+    return qv::updateFrame(this, clusterP, &NodeInfo::cacheStats, "tavrel chms", qv::newRecord<CacheStatsInfo>,
                             plainScan(&NodeInfo::cacheStats,
                                       "_warning_ %d instance: 'tavrel chms' returned error rc=%d\n", debug,
                                       qv::scanCacheLine),
-                            assignTo(&NodeInfo::cacheStats));
+                            qv::assignTo(&NodeInfo::cacheStats));
 }
 
 int PollingHandler::updateIocStatsInfo(ClusterInfo* clusterP)
 {
-    return nodeRecordUpdate(this, clusterP, &NodeInfo::iocStats, "tavrel iocs",
+    return qv::updateFrame(this, clusterP, &NodeInfo::iocStats, "tavrel iocs", qv::newRecord<IocStatsInfo>,
                             plainScan(&NodeInfo::iocStats,
                                       "_warning_ %d instance: 'tavrel iocs' returned error rc=%d\n", debug,
                                       qv::scanIocLine),
-                            assignTo(&NodeInfo::iocStats));
+                            qv::assignTo(&NodeInfo::iocStats));
 }
 
 int PollingHandler::updateVfsStatsInfo(ClusterInfo* clusterP)
 {
-    return nodeRecordUpdate(this, clusterP, &NodeInfo::vfsStats, "tavrel vfss",
+    return qv::updateFrame(this, clusterP, &NodeInfo::vfsStats, "tavrel vfss", qv::newRecord<VfsStatsInfo>,
                             plainScan(&NodeInfo::vfsStats,
                                       "_warning_ %d instance: 'tavrel vfss' returned error rc=%d\n", debug,
                                       qv::scanVfsLine),
-                            assignTo(&NodeInfo::vfsStats));
+                            qv::assignTo(&NodeInfo::vfsStats));
 }
 
 namespace {
@@ -168,7 +105,7 @@ auto verbsScan(PollingHandler* h, ClusterInfo* clusterP, Rec* NodeInfo::*field, 
             if (idx < 0)
                 continue;
             NodeInfo* node = recipe->nodeItems[static_cast<size_t>(idx)];
-            if (!prepareRecord(node, field)) {
+            if (!qv::prepareRecord(node, field)) {
                 result = 1;
                 if (client && h->debug != 0)
                     printf("The value of the verbsClientP2  = %lld\n", 0LL);
@@ -183,7 +120,7 @@ auto verbsScan(PollingHandler* h, ClusterInfo* clusterP, Rec* NodeInfo::*field, 
                 rec->rc = rc;
                 continue;
             }
-            prepareRecord(clusterP->getNode(idx), field);
+            qv::prepareRecord(clusterP->getNode(idx), field);
             qv::statsCopyText(rec->dst, tw->getBufferedValue("_dst", 0, 256));
             qv::statsCopyText(rec->st, tw->getBufferedValue("_st_", 0, 256));
             lineScan(rec, tw);
@@ -196,16 +133,16 @@ auto verbsScan(PollingHandler* h, ClusterInfo* clusterP, Rec* NodeInfo::*field, 
 
 int PollingHandler::updateVerbsClientInfo(ClusterInfo* clusterP)
 {
-    return nodeRecordUpdate(this, clusterP, &NodeInfo::verbsClient, "tavrel verbsc",
+    return qv::updateFrame(this, clusterP, &NodeInfo::verbsClient, "tavrel verbsc", qv::newRecord<VerbsClientStatsInfo>,
                             verbsScan(this, clusterP, &NodeInfo::verbsClient, true, qv::scanVerbsClientLine),
-                            assignTo(&NodeInfo::verbsClient));
+                            qv::assignTo(&NodeInfo::verbsClient));
 }
 
 int PollingHandler::updateVerbsServerInfo(ClusterInfo* clusterP)
 {
-    return nodeRecordUpdate(this, clusterP, &NodeInfo::verbsServer, "tavrel verbss",
+    return qv::updateFrame(this, clusterP, &NodeInfo::verbsServer, "tavrel verbss", qv::newRecord<VerbsServerStatsInfo>,
                             verbsScan(this, clusterP, &NodeInfo::verbsServer, false, qv::scanVerbsServerLine),
-                            assignTo(&NodeInfo::verbsServer));
+                            qv::assignTo(&NodeInfo::verbsServer));
 }
 
 int PollingHandler::updateKxcommCfgInfo(ClusterInfo* clusterP)
@@ -230,9 +167,9 @@ int PollingHandler::updateKxcommCfgInfo(ClusterInfo* clusterP)
             if (idx < 0)
                 continue;
             NodeInfo* node = recipe->nodeItems[static_cast<size_t>(idx)];
-            if (!prepareRecord(node, &NodeInfo::kxcommCfg))
+            if (!qv::prepareRecord(node, &NodeInfo::kxcommCfg))
                 continue;
-            prepareRecord(clusterP->getNode(idx), &NodeInfo::kxcommCfg);
+            qv::prepareRecord(clusterP->getNode(idx), &NodeInfo::kxcommCfg);
             KxcommCfgInfo* rec = node->kxcommCfg;
             last = rec;
             qv::statsCopyText(rec->nodeAddr, tw->getBufferedValue("_naddr_", 0, 256));
@@ -253,8 +190,8 @@ int PollingHandler::updateKxcommCfgInfo(ClusterInfo* clusterP)
         }
         return 0;
     };
-    return nodeRecordUpdate(this, clusterP, &NodeInfo::kxcommCfg, "tavrel kxcommcfg", scan,
-                            assignTo(&NodeInfo::kxcommCfg));
+    return qv::updateFrame(this, clusterP, &NodeInfo::kxcommCfg, "tavrel kxcommcfg", qv::newRecord<KxcommCfgInfo>, scan,
+                            qv::assignTo(&NodeInfo::kxcommCfg));
 }
 
 int PollingHandler::updateThreadUtilInfo(ClusterInfo* clusterP)
@@ -305,7 +242,7 @@ int PollingHandler::updateThreadUtilInfo(ClusterInfo* clusterP)
             to->threadUtil = nullptr;
         }
     };
-    return nodeRecordUpdate(this, clusterP, &NodeInfo::threadUtil, "tavrel threads", scan, copyBack,
+    return qv::updateFrame(this, clusterP, &NodeInfo::threadUtil, "tavrel threads", qv::newRecord<ThreadUtilInfo>, scan, copyBack,
                             [](PollingHandler* h) {
                                 kx_log(0, "updateThreadUtilInfo", "nNodes %d, nNodes2\n",
                                        static_cast<int>(h->recipe->nodeItems.size()));
