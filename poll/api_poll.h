@@ -187,6 +187,39 @@ public:
     int pCacheStatsInfo(int, void* bufP, int bufSize, int* nNeeded, int* errP);
     int clusterCfgInfo(int, void* bufP, int bufSize, int* nNeeded, int* errP);
 
+    // ---- statistics updates (records hung on the inventory) ----
+    // Each takes pollingMutex itself (the caller must not hold it), fills the
+    // records of the recipe's nodes from one request, and brings the
+    // records of clusterP, node by node in the recipe's order, into line:
+    // clusterP must have the recipe's nodes in the recipe's order (as the
+    // collectors leave it), else std::out_of_range is thrown with the lock
+    // still held. 0, 1 (a node has failed, or no memory), or the request's
+    // error.
+    int updateCacheStatsInfo(ClusterInfo* clusterP);     // NodeInfo::cacheStats
+    int updateIocStatsInfo(ClusterInfo* clusterP);       // NodeInfo::iocStats
+    int updateVfsStatsInfo(ClusterInfo* clusterP);       // NodeInfo::vfsStats
+    // NodeInfo::threadUtil; null on a node that failed or is not up.
+    int updateThreadUtilInfo(ClusterInfo* clusterP);
+    int updateVerbsClientInfo(ClusterInfo* clusterP);    // NodeInfo::verbsClient
+    int updateVerbsServerInfo(ClusterInfo* clusterP);    // NodeInfo::verbsServer
+    int updateKxcommCfgInfo(ClusterInfo* clusterP);      // NodeInfo::kxcommCfg
+    // NodeInfo::pCacheItems, rebuilt on every node that a good line names.
+    int updatePCacheStatsInfo(ClusterInfo* clusterP);
+    // ClusterInfo::clusterCfgItems: both trees' lists hold the same records.
+    int updateClusterCfgInfo(ClusterInfo* clusterP);
+
+    // ---- RPC time series updates ----
+    // timeUnit 0 keeps all the daemon announces, 1 seconds (count 1 to 60),
+    // 2 minutes (1 to 60), 3 hours (1 to 24), 4 days (1 to 30); anything
+    // else gives 1 at once. Locking and clusterP as for the updates above.
+    // clusterP's rpcUtil is a copy holding sample 0 of each series only;
+    // its rpcSizeUtil, rpcMsgUtil and rpcRawUtil share the recipe's series.
+    int updateRPCUtilInfo(ClusterInfo* clusterP, short timeUnit, short count);
+    int updateRPCSizeUtilInfo(ClusterInfo* clusterP, short timeUnit, short count);
+    int updateRPCMsgUtilInfo(ClusterInfo* clusterP, short timeUnit, short count);
+    int updateRPCUtilInfoPerSec(ClusterInfo* clusterP);
+    int updateRPCRawUtilInfo(ClusterInfo* clusterP);
+
     // ---- fileset queries ----
     int getFileSets(char* fsName, std::vector<FileSet*>* out);
     int getFileSet(char* fsName, char* filesetName, FileSet* out);

@@ -81,6 +81,30 @@ inline KwField kwCustom(const char* kw, std::function<void(char*, TavrelWrapperU
     return KwField{kw, KwConv::Custom, nullptr, 0, counted, std::move(fn)};
 }
 
+// The next word of the line for a keyword whose value spans several words;
+// "" when the line has ended.
+inline char* kwNextWord(TavrelWrapperUtils* tw)
+{
+    static char empty[1] = {'\0'};
+    char* w = tw->getNextToken();
+    return w != nullptr ? w : empty;
+}
+
+// Conversions as the records keep them: base 10, low 32 bits of an unsigned
+// value, a double narrowed to float.
+inline uint32_t kwLow32(const char* v)
+{
+    return static_cast<uint32_t>(strtoul(v, nullptr, 10));
+}
+inline uint64_t kwU64Of(const char* v)
+{
+    return static_cast<uint64_t>(strtoull(v, nullptr, 10));
+}
+inline float kwFloat(const char* v)
+{
+    return static_cast<float>(strtod(v, nullptr));
+}
+
 // Stores one value word as the row says.
 inline void kwStore(const KwField& f, char* value, TavrelWrapperUtils* tw)
 {

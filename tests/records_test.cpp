@@ -1,7 +1,13 @@
 // Inventory records: layout, defaults, capacities, clearStats, readers,
 // assignment of own fields, and ownership of children on destruction.
+#include <quelvane/cache_stats_info.h>
 #include <quelvane/cluster_info.h>
+#include <quelvane/config_stats_info.h>
+#include <quelvane/pcache_stats_info.h>
+#include <quelvane/rpc_stats_info.h>
+#include <quelvane/vfs_stats_info.h>
 
+#include "../poll/statistics/shared_records_internal.h"
 #include "support/alloc_counter.h"
 
 #include <gtest/gtest.h>
@@ -16,14 +22,6 @@
 #include <type_traits>
 
 namespace {
-
-// Raw storage standing in for a statistics record that the inventory only
-// knows by name; released the same way the inventory releases it.
-template <class T>
-T* fakeStatsRecord(std::size_t size)
-{
-    return static_cast<T*>(::operator new(size));
-}
 
 bool allZero(const char* p, std::size_t n)
 {
@@ -788,15 +786,15 @@ TEST(RecordOwnership, DestroyingANodeFreesItsOwnedStatisticsRecords)
     MErrno err;
     NodeInfo* n = new NodeInfo(&err);
     n->diskAccessItems.push_back(new DiskAccessInfo(&err));
-    n->pCacheItems.push_back(fakeStatsRecord<PCacheStatsInfo>(1792));
-    n->pCacheItems.push_back(fakeStatsRecord<PCacheStatsInfo>(1792));
-    n->iocStats = fakeStatsRecord<IocStatsInfo>(332);
-    n->vfsStats = fakeStatsRecord<VfsStatsInfo>(400);
-    n->threadUtil = fakeStatsRecord<ThreadUtilInfo>(420);
-    n->cacheStats = fakeStatsRecord<CacheStatsInfo>(284);
-    n->kxcommCfg = fakeStatsRecord<KxcommCfgInfo>(600);
-    n->verbsClient = fakeStatsRecord<VerbsClientStatsInfo>(584);
-    n->verbsServer = fakeStatsRecord<VerbsServerStatsInfo>(584);
+    n->pCacheItems.push_back(new PCacheStatsInfo(&err));
+    n->pCacheItems.push_back(new PCacheStatsInfo(&err));
+    n->iocStats = new IocStatsInfo(&err);
+    n->vfsStats = new VfsStatsInfo(&err);
+    n->threadUtil = new ThreadUtilInfo(&err);
+    n->cacheStats = new CacheStatsInfo(&err);
+    n->kxcommCfg = new KxcommCfgInfo(&err);
+    n->verbsClient = new VerbsClientStatsInfo(&err);
+    n->verbsServer = new VerbsServerStatsInfo(&err);
     EXPECT_GE(gLiveAllocations.load(), before + 11);
     delete n;
     EXPECT_EQ(before, gLiveAllocations.load());
@@ -805,14 +803,16 @@ TEST(RecordOwnership, DestroyingANodeFreesItsOwnedStatisticsRecords)
 TEST(RecordOwnership, DestroyingANodeLeavesItsRpcRecordsAlone)
 {
     MErrno err;
-    RPCUtilInfo* rpc = fakeStatsRecord<RPCUtilInfo>(64);
-    RPCRawUtilInfo* raw = fakeStatsRecord<RPCRawUtilInfo>(64);
-    RPCSizeUtilInfo* size = fakeStatsRecord<RPCSizeUtilInfo>(64);
-    RPCMsgUtilInfo* msg = fakeStatsRecord<RPCMsgUtilInfo>(64);
-    AggregatedRPCUtilInfoPerSec* perSec = fakeStatsRecord<AggregatedRPCUtilInfoPerSec>(64);
-    for (void* p : {static_cast<void*>(rpc), static_cast<void*>(raw), static_cast<void*>(size),
-                    static_cast<void*>(msg), static_cast<void*>(perSec)})
-        memset(p, 0x5a, 64);
+    RPCUtilInfo* rpc = new RPCUtilInfo(&err);
+    RPCRawUtilInfo* raw = new RPCRawUtilInfo(&err);
+    RPCSizeUtilInfo* size = new RPCSizeUtilInfo(&err);
+    RPCMsgUtilInfo* msg = new RPCMsgUtilInfo(&err);
+    AggregatedRPCUtilInfoPerSec* perSec = new AggregatedRPCUtilInfoPerSec();
+    rpc->nNodeUtil = 7;
+    raw->statCnt = 8;
+    size->nSizes = 9;
+    msg->nStats = 10;
+    perSec->nStats = 11;
 
     long before = gLiveAllocations.load();
     NodeInfo* n = new NodeInfo(&err);
@@ -824,53 +824,57 @@ TEST(RecordOwnership, DestroyingANodeLeavesItsRpcRecordsAlone)
     delete n;
     // Only the node itself went; the five records are still alive and intact.
     EXPECT_EQ(before, gLiveAllocations.load());
-    for (void* p : {static_cast<void*>(rpc), static_cast<void*>(raw), static_cast<void*>(size),
-                    static_cast<void*>(msg), static_cast<void*>(perSec)}) {
-        EXPECT_EQ(0x5a, static_cast<unsigned char*>(p)[0]);
-        EXPECT_EQ(0x5a, static_cast<unsigned char*>(p)[63]);
-        ::operator delete(p);
-    }
+    EXPECT_EQ(rpc->nNodeUtil, 7u);
+    EXPECT_EQ(raw->statCnt, 8);
+    EXPECT_EQ(size->nSizes, 9);
+    EXPECT_EQ(msg->nStats, 10);
+    EXPECT_EQ(perSec->nStats, 11);
+    delete rpc;
+    delete raw;
+    delete size;
+    delete msg;
+    delete perSec;
+    EXPECT_LT(gLiveAllocations.load(), before);
 }
 
 TEST(RecordOwnership, ClusterConfigurationRecordsGoWithTheLastTreeHoldingThem)
 {
-    int released = 0;
-    auto deleter = [&released](ClusterCfgInfo* p) {
-        ++released;
-        ::operator delete(static_cast<void*>(p));
-    };
     MErrno err;
     ClusterInfo* recipe = new ClusterInfo(&err);
     ClusterInfo* app = new ClusterInfo(&err);
-    recipe->clusterCfgItems.push_back(
-        std::shared_ptr<ClusterCfgInfo>(fakeStatsRecord<ClusterCfgInfo>(2344), deleter));
-    recipe->clusterCfgItems.push_back(
-        std::shared_ptr<ClusterCfgInfo>(fakeStatsRecord<ClusterCfgInfo>(2344), deleter));
-    // Handing the list over by pointer: both trees refer to the same records.
+    long before = gLiveAllocations.load();
+    recipe->clusterCfgItems.push_back(new ClusterCfgInfo(&err));
+    recipe->clusterCfgItems.push_back(new ClusterCfgInfo(&err));
+    recipe->clusterCfgItems.front()->joinSeq = 41;
+    recipe->clusterCfgItems.back()->joinSeq = 42;
+    // The update hands the list over by pointer: both trees refer to the same
+    // records, and the second list counts as a holder of each.
     app->clusterCfgItems = recipe->clusterCfgItems;
-    EXPECT_EQ(recipe->clusterCfgItems.front().get(), app->clusterCfgItems.front().get());
-    EXPECT_EQ(recipe->clusterCfgItems.back().get(), app->clusterCfgItems.back().get());
+    for (ClusterCfgInfo* r : app->clusterCfgItems)
+        qv::shareHold(r);
+    EXPECT_EQ(recipe->clusterCfgItems.front(), app->clusterCfgItems.front());
+    EXPECT_EQ(recipe->clusterCfgItems.back(), app->clusterCfgItems.back());
 
     delete recipe;
-    EXPECT_EQ(0, released);
+    // The application's tree still reads them.
+    EXPECT_EQ(app->clusterCfgItems.front()->joinSeq, 41u);
+    EXPECT_EQ(app->clusterCfgItems.back()->joinSeq, 42u);
+    EXPECT_GT(gLiveAllocations.load(), before);
     delete app;
-    EXPECT_EQ(2, released);
 }
 
 TEST(RecordOwnership, DestroyingAClusterReleasesItsOwnConfigurationRecords)
 {
-    int released = 0;
-    auto deleter = [&released](ClusterCfgInfo* p) {
-        ++released;
-        ::operator delete(static_cast<void*>(p));
-    };
     MErrno err;
     ClusterInfo* c = new ClusterInfo(&err);
+    long before = gLiveAllocations.load();
     for (int i = 0; i < 3; ++i)
-        c->clusterCfgItems.push_back(
-            std::shared_ptr<ClusterCfgInfo>(fakeStatsRecord<ClusterCfgInfo>(2344), deleter));
+        c->clusterCfgItems.push_back(new ClusterCfgInfo(&err));
+    EXPECT_GE(gLiveAllocations.load(), before + 3);
+    long withRecords = gLiveAllocations.load();
     delete c;
-    EXPECT_EQ(3, released);
+    // The three records and the list's nodes went with the tree.
+    EXPECT_LE(gLiveAllocations.load(), withRecords - 6);
 }
 
 TEST(RecordOwnership, DestroyingAPolicyFreesItsRules)

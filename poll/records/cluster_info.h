@@ -30,7 +30,6 @@
 // caller walks down level by level by position.
 
 #include <list>
-#include <memory>
 #include <vector>
 
 #include <sys/time.h>
@@ -476,10 +475,11 @@ public:
     struct timeval filesystemUpdateTime;
     struct timeval filesystemPerfUpdateTime;
     std::vector<DiskInfo*> freeDiskItems;            // capacity 1024, owned
-    // Records of one node's view of the cluster. Two trees may hold the same
-    // records (the statistics update hands its list over by pointer), so the
-    // list shares them: a record goes when the last list holding it lets go.
-    std::list<std::shared_ptr<ClusterCfgInfo>> clusterCfgItems;
+    // Records of one node's view of the cluster (updateClusterCfgInfo). The
+    // update hands the recipe's list to the application's tree by pointer,
+    // so two lists may hold the same records; the library counts the lists
+    // that hold each record, and a record goes with the last of them.
+    std::list<ClusterCfgInfo*> clusterCfgItems;
     struct timeval diskSdrUpdateTime;
 
     ClusterInfo(MErrno* err);

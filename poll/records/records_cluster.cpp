@@ -2,10 +2,12 @@
 // assignment and the access by position.
 
 #include <quelvane/cluster_info.h>
+#include <quelvane/config_stats_info.h>
 
 #include <cstring>
 
 #include "poll/records/records_text_internal.h"
+#include "poll/statistics/shared_records_internal.h"
 
 ClusterInfo::ClusterInfo(MErrno* err)
     : maxBlockSize(0),
@@ -42,6 +44,9 @@ ClusterInfo::~ClusterInfo()
     for (NodeInfo* n : nodeItems)
         delete n;
     nodeItems.clear();
+    // A configuration record goes with the last list that holds it.
+    for (ClusterCfgInfo*& r : clusterCfgItems)
+        qv::releaseShared(r);
     clusterCfgItems.clear();
     for (FilesystemInfo* f : filesystemItems)
         delete f;

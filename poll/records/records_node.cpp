@@ -1,25 +1,15 @@
 // NodeInfo and DiskAccessInfo: construction, destruction and own-field
 // assignment.
 
+#include <quelvane/cache_stats_info.h>
 #include <quelvane/cluster_info.h>
+#include <quelvane/config_stats_info.h>
+#include <quelvane/pcache_stats_info.h>
+#include <quelvane/vfs_stats_info.h>
 
 #include <new>
 
 #include "poll/records/records_text_internal.h"
-
-namespace {
-
-// Releases a statistics record that a node owns. These records are plain
-// fixed-size data (no pointer members, no owned memory, destructors that do
-// nothing), so giving their storage back ends their life completely; the node
-// only knows their classes by name.
-void releaseStatsRecord(void* recordP)
-{
-    if (recordP != nullptr)
-        ::operator delete(recordP);
-}
-
-} // namespace
 
 NodeInfo::NodeInfo(MErrno* err)
     : failures(0),
@@ -71,16 +61,18 @@ NodeInfo::~NodeInfo()
         delete a;
     diskAccessItems.clear();
     for (PCacheStatsInfo* p : pCacheItems)
-        releaseStatsRecord(p);
+        delete p;
     pCacheItems.clear();
-    releaseStatsRecord(iocStats);
-    releaseStatsRecord(vfsStats);
-    releaseStatsRecord(threadUtil);
-    releaseStatsRecord(cacheStats);
-    releaseStatsRecord(kxcommCfg);
-    releaseStatsRecord(verbsClient);
-    releaseStatsRecord(verbsServer);
-    // The five RPC records are left alone: their owners are elsewhere.
+    delete iocStats;
+    delete vfsStats;
+    delete threadUtil;
+    delete cacheStats;
+    delete kxcommCfg;
+    delete verbsClient;
+    delete verbsServer;
+    // The five RPC records are left alone: the application may go on
+    // reading them (those made by the updates are given back at the end of
+    // the process).
 }
 
 NodeInfo& NodeInfo::operator=(NodeInfo& other)
