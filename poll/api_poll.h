@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include <quelvane/export.h>
 #include <quelvane/file_owner.h>
 #include <quelvane/fileset.h>
 #include <quelvane/merrno.h>
@@ -44,7 +45,7 @@ enum MgmtProtocol
 };
 
 // One queued tool command of the dispatch thread.
-class ExecutionTask
+class QUELVANE_API ExecutionTask
 {
 public:
     char cmd[256];                      // tool name, relative to the tool directory
@@ -64,7 +65,7 @@ public:
 };
 
 // Result holder of an execution; cleared by its constructor.
-class ExecutionResult
+class QUELVANE_API ExecutionResult
 {
 public:
     unsigned short status;
@@ -74,7 +75,7 @@ public:
 };
 
 // The polling handler: the library's central singleton (thePollingHandler).
-class PollingHandler
+class QUELVANE_API PollingHandler
 {
 public:
     TavrelWrapperUtils* tavrelWrapper;      // the request session (theTavrelWrapperUtils)
@@ -285,23 +286,23 @@ public:
 };
 
 // The handler; null when there is none.
-extern PollingHandler* thePollingHandler;
+extern QUELVANE_API PollingHandler* thePollingHandler;
 
 // Thread coordination, guarded by PollingHandler::pollingMutex. Latches, not
 // counters; zero at load.
-extern pthread_cond_t PollCond;
-extern int PollConditionMet;
-extern pthread_cond_t TimerPollCond;
-extern int TimerPollConditionMet;
-extern pthread_cond_t CmdPollCond;
-extern int CmdPollConditionMet;
-extern int CmdWaiters;
-extern pthread_cond_t DispatchPollCond;
-extern int DispatchPollConditionMet;
+extern QUELVANE_API pthread_cond_t PollCond;
+extern QUELVANE_API int PollConditionMet;
+extern QUELVANE_API pthread_cond_t TimerPollCond;
+extern QUELVANE_API int TimerPollConditionMet;
+extern QUELVANE_API pthread_cond_t CmdPollCond;
+extern QUELVANE_API int CmdPollConditionMet;
+extern QUELVANE_API int CmdWaiters;
+extern QUELVANE_API pthread_cond_t DispatchPollCond;
+extern QUELVANE_API int DispatchPollConditionMet;
 
 // Cluster manager name and address from the manager tool.
-int getClusterManager(char* managerName, char* managerIpAddr);
+QUELVANE_API int getClusterManager(char* managerName, char* managerIpAddr);
 // Node counts and quorum state from the configuration tool.
-int getClusterNodesStatus(ClusterStatus* status);
+QUELVANE_API int getClusterNodesStatus(ClusterStatus* status);
 
 #endif
