@@ -25,8 +25,10 @@ trap 'rm -rf "$work"' EXIT
 
 nm -D --defined-only "$lib" >"$work/nm"
 # The library's own exports: code and data of every kind but the weak and
-# unique copies (W, V, u and their lower-case forms).
-awk 'NF == 3 && $2 !~ /^[WwVvu]$/ {print $3}' "$work/nm" | LC_ALL=C sort -u >"$work/own"
+# unique copies (W, V, u and their lower-case forms), and but the indicators
+# that AddressSanitizer adds beside each exported global (__odr_asan.NAME).
+awk 'NF == 3 && $2 !~ /^[WwVvu]$/ && $3 !~ /^__odr_asan/ {print $3}' "$work/nm" \
+    | LC_ALL=C sort -u >"$work/own"
 # Weak and unique copies that do not belong to the standard library: names in
 # namespace std or __gnu_cxx (functions, their guard and local statics), and
 # the type information of the function types that std::function makes.
