@@ -83,8 +83,12 @@ public:
     EventsHandler(MErrno* err, int debug);
     ~EventsHandler();
 
-    // Stores the callback of event number `type` (0 to 31); null switches
-    // delivery off.
+    // Stores the callback of event number `type` (0 to 31) with its data;
+    // null switches delivery off. A number outside 0 to 31 is ignored. Safe
+    // while run delivers events, from any thread and from a callback too (for
+    // any number, its own included): the pair is stored and read as one, so
+    // a delivery gets the callback and the data of one registration. A
+    // delivery that has already read the slot still goes to the pair it read.
     void registerEventCallback(int type, int (*cb)(Event*, void*), void* data);
 
     // Starts the send and receive threads and blocks until both have ended.
