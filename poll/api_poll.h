@@ -289,7 +289,9 @@ public:
 extern QUELVANE_API PollingHandler* thePollingHandler;
 
 // Thread coordination, guarded by PollingHandler::pollingMutex. Latches, not
-// counters; zero at load.
+// counters; zero at load. TimerPollConditionMet is also read without the lock
+// (by the disk repository scan): every access to it, under the lock or not,
+// is an atomic load or store (__atomic_load_n / __atomic_store_n).
 extern QUELVANE_API pthread_cond_t PollCond;
 extern QUELVANE_API int PollConditionMet;
 extern QUELVANE_API pthread_cond_t TimerPollCond;
