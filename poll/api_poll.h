@@ -130,6 +130,12 @@ public:
     MErrno updateSdrfsGenNumber(unsigned int number);
 
     // ---- execution tasks ----
+    // Queues the tool `cmd` (a name in the tool directory) with its argument
+    // text `arg` for the dispatch thread, which runs "TOOLDIR/CMD ARG 2>&1"
+    // and then calls callback(callbackData). A task that could not run with
+    // exactly the words given is refused: a null or empty cmd, a null arg, or
+    // either one longer than 255 bytes. Nothing is queued then, an ERROR line
+    // names the reason in the log, and the result is EINVAL.
     MErrno addExecutionTask(const char* cmd, char* arg, int (*callback)(void*), void* callbackData);
     int getExecTaskFromList(ExecutionTask* dst);
     static void* dispatchHandlerBody(void* handler);
