@@ -3,14 +3,16 @@
 
 #include <cstdio>
 
+#include <quelvane/export.h>
+
 // Path of the daemon's statistics socket.
-extern const char* const vesk_named_socket;
+extern QUELVANE_API const char* const vesk_named_socket;
 
 // One stream socket to the daemon: a named Unix-domain socket, or a TCP
 // connection to a node and port. Raw read and write, a line reader that takes
 // asynchronous event lines out of the stream, and a drain loop that feeds
 // response lines to a sink. One object is used by one thread at a time.
-class Tavrel_ConnectionElement
+class QUELVANE_API Tavrel_ConnectionElement
 {
 public:
     char* nodeName;                    // node name, or the socket's path (owned)
@@ -42,29 +44,29 @@ public:
 
 // Sink for drainStringSocket: writes the line and its newline to the stream
 // `file`; 1 once the line was "_response_ end", else 0.
-int tavrel_blastLineToFile(char* line, void* file);
+QUELVANE_API int tavrel_blastLineToFile(char* line, void* file);
 
 // Copies the value that follows `keyword` in `haystack` into `dst`; null when
 // the keyword is not there (dst untouched).
-char* tavrel_grabKeywordValue(char* haystack, const char* keyword, char* dst,
+QUELVANE_API char* tavrel_grabKeywordValue(char* haystack, const char* keyword, char* dst,
                               unsigned int atLineStart);
 
 // First white space character of `s`, or its terminator.
-char* tavrel_findWhiteSpace(char* s);
+QUELVANE_API char* tavrel_findWhiteSpace(char* s);
 
 // First character of `s` that is not white space.
-char* tavrel_findBlackSpace(char* s);
+QUELVANE_API char* tavrel_findBlackSpace(char* s);
 
 // Reads one line from descriptor `fd` into `buf`: 10 at a newline, -1 at end
 // of stream.
-int tavrel_readlnSocket(int fd, char* buf);
+QUELVANE_API int tavrel_readlnSocket(int fd, char* buf);
 
 // Reads one line from `f`; with `elt` it also waits on the element's socket
 // and hands event lines arriving meanwhile to the element's callback.
-int tavrel_readln(FILE* f, char* buf, Tavrel_ConnectionElement* elt);
+QUELVANE_API int tavrel_readln(FILE* f, char* buf, Tavrel_ConnectionElement* elt);
 
 // Number of newlines from the current position of `f` to its end; the
 // position is kept.
-int tavrel_countLines(FILE* f);
+QUELVANE_API int tavrel_countLines(FILE* f);
 
 #endif

@@ -3,10 +3,11 @@
 
 #include <cstdio>
 
+#include <quelvane/export.h>
 #include <quelvane/merrno.h>
 
 // Small parsing aids for the output of the administration tools.
-class CommandWrapperUtils
+class QUELVANE_API CommandWrapperUtils
 {
 public:
     char* listSave;     // tokeniser state of beginListParsing / getListNextToken
@@ -29,9 +30,9 @@ public:
 };
 
 // The tool wrapper of the polling handler; null when there is none.
-extern CommandWrapperUtils* theCommandWrapperUtils;
+extern QUELVANE_API CommandWrapperUtils* theCommandWrapperUtils;
 
 // Decodes "%XX" escapes of a tool's text field in place. 0, or -1 for null.
-int percentDecode(char* text);
+QUELVANE_API int percentDecode(char* text);
 
 #endif

@@ -6,11 +6,13 @@
 
 class Tavrel_ConnectionElement;
 
+// Neither is exported: the library is built with hidden visibility and only
+// QUELVANE_API names leave it.
+
 // tavrel_readln with the size of `buf` known: the line read from `f` is cut to
 // fit (the rest of it is consumed). Event lines arriving on `elt` meanwhile go
 // to its callback exactly as in tavrel_readln.
-__attribute__((visibility("hidden"))) int tavrel_readlnBounded(FILE* f, char* buf, size_t size,
-                                                           Tavrel_ConnectionElement* elt);
+int tavrel_readlnBounded(FILE* f, char* buf, size_t size, Tavrel_ConnectionElement* elt);
 
 // Spools the response waiting on `elt` into `spool`, with the results of
 // drainStringSocket(buf, size, tavrel_blastLineToFile, spool): every line up
@@ -21,7 +23,6 @@ __attribute__((visibility("hidden"))) int tavrel_readlnBounded(FILE* f, char* bu
 // an overrun, the end of the stream or a failure it has consumed exactly what
 // readSocketLine would have. 0 at the end line, -1 otherwise. A null `spool`
 // drops the lines. `buf` is scratch of `size` bytes.
-__attribute__((visibility("hidden"))) int tavrel_spoolResponse(Tavrel_ConnectionElement* elt, char* buf,
-                                                               int size, FILE* spool);
+int tavrel_spoolResponse(Tavrel_ConnectionElement* elt, char* buf, int size, FILE* spool);
 
 #endif

@@ -4,12 +4,13 @@
 #include <cstdio>
 
 #include <quelvane/api_conn_element.h>
+#include <quelvane/export.h>
 #include <quelvane/merrno.h>
 
 // A request session with the daemon: one request line out, the response
 // spooled whole into "/var/vesk/tavrel/response", then scanned line by line and
 // token by token. Over 3 MiB: always made with new.
-class TavrelWrapperUtils
+class QUELVANE_API TavrelWrapperUtils
 {
 public:
     Tavrel_ConnectionElement* connection;   // the socket (owned)
@@ -53,6 +54,6 @@ public:
 };
 
 // The session of the polling handler; null when there is none.
-extern TavrelWrapperUtils* theTavrelWrapperUtils;
+extern QUELVANE_API TavrelWrapperUtils* theTavrelWrapperUtils;
 
 #endif

@@ -3,6 +3,8 @@
 
 #include <sys/time.h>
 
+#include <quelvane/export.h>
+
 // Records of the daemon's asynchronous events.
 //
 // One small class per shape of event, all deriving from Event. They are plain
@@ -22,7 +24,7 @@
 // Size of every text field of the event records, terminator included.
 #define EVENT_TEXT_SIZE 256
 
-class Event
+class QUELVANE_API Event
 {
 public:
     struct timeval tv;                  // when the library built the record
@@ -34,7 +36,7 @@ public:
 };
 
 // Events 0 "mount" and 1 "unmount".
-class MountActionEvent : public Event
+class QUELVANE_API MountActionEvent : public Event
 {
 public:
     char node[EVENT_TEXT_SIZE] = {};
@@ -45,7 +47,7 @@ public:
 };
 
 // Events 2 "adddisk" and 3 "deldisk".
-class DiskActionEvent : public Event
+class QUELVANE_API DiskActionEvent : public Event
 {
 public:
     char node[EVENT_TEXT_SIZE] = {};
@@ -57,7 +59,7 @@ public:
 };
 
 // Event 4 "chdisk".
-class ChdiskEvent : public Event
+class QUELVANE_API ChdiskEvent : public Event
 {
 public:
     char node[EVENT_TEXT_SIZE] = {};
@@ -75,7 +77,7 @@ public:
 };
 
 // Event 5 "takeover".
-class SgmgrTakeoverEvent : public Event
+class QUELVANE_API SgmgrTakeoverEvent : public Event
 {
 public:
     char node[EVENT_TEXT_SIZE] = {};
@@ -87,7 +89,7 @@ public:
 };
 
 // Events 6 "failure", 7 "recovery" and 11 "newconnection".
-class NodeStatusEvent : public Event
+class QUELVANE_API NodeStatusEvent : public Event
 {
 public:
     char node[EVENT_TEXT_SIZE] = {};
@@ -97,7 +99,7 @@ public:
 };
 
 // Events 8 "createfs" and 9 "deletefs".
-class FilesystemActionEvent : public Event
+class QUELVANE_API FilesystemActionEvent : public Event
 {
 public:
     char node[EVENT_TEXT_SIZE] = {};
@@ -108,7 +110,7 @@ public:
 };
 
 // Event 10 "fsstatechange": three groups of counts, kept as text.
-class FilesystemStateChangeEvent : public Event
+class QUELVANE_API FilesystemStateChangeEvent : public Event
 {
 public:
     char fs[EVENT_TEXT_SIZE] = {};
@@ -125,7 +127,7 @@ public:
 };
 
 // Event 13 "sgStats".
-class TmStatsEvent : public Event
+class QUELVANE_API TmStatsEvent : public Event
 {
 public:
     char node[EVENT_TEXT_SIZE] = {};
@@ -138,7 +140,7 @@ public:
 };
 
 // Event 14 "hungthread".
-class HungThreadEvent : public Event
+class QUELVANE_API HungThreadEvent : public Event
 {
 public:
     char node[EVENT_TEXT_SIZE] = {};
@@ -150,7 +152,7 @@ public:
 };
 
 // Event 15 "poolutil".
-class StgPoolUtilizationEvent : public Event
+class QUELVANE_API StgPoolUtilizationEvent : public Event
 {
 public:
     char fs[EVENT_TEXT_SIZE] = {};
@@ -163,7 +165,7 @@ public:
 };
 
 // Event 16 "sdrChanged".
-class SDRChangedEvent : public Event
+class QUELVANE_API SDRChangedEvent : public Event
 {
 public:
     char node[EVENT_TEXT_SIZE] = {};
@@ -173,7 +175,7 @@ public:
 };
 
 // Events 17 "vkadddisk" and 18 "vkdeldisk".
-class DiskCmdEvent : public Event
+class QUELVANE_API DiskCmdEvent : public Event
 {
 public:
     char node[EVENT_TEXT_SIZE] = {};
@@ -188,7 +190,7 @@ public:
 };
 
 // Event 19 "consoleLog".
-class ConsoleLogEvent : public Event
+class QUELVANE_API ConsoleLogEvent : public Event
 {
 public:
     char node[EVENT_TEXT_SIZE] = {};
@@ -200,7 +202,7 @@ public:
 
 // Event 20 "longIO". The constructor takes the duration as its last argument
 // and does not store it: `time` stays 0 and must not be read.
-class LongIoTimeEvent : public Event
+class QUELVANE_API LongIoTimeEvent : public Event
 {
 public:
     char node[EVENT_TEXT_SIZE] = {};
@@ -214,7 +216,7 @@ public:
 };
 
 // Event 21 "userEvent".
-class UserGeneratedEvent : public Event
+class QUELVANE_API UserGeneratedEvent : public Event
 {
 public:
     char node[EVENT_TEXT_SIZE] = {};
@@ -225,7 +227,7 @@ public:
 };
 
 // Event 22 "rgTakeover".
-class RgTakeoverEvent : public Event
+class QUELVANE_API RgTakeoverEvent : public Event
 {
 public:
     char node[EVENT_TEXT_SIZE] = {};
@@ -237,7 +239,7 @@ public:
 };
 
 // Event 23 "rgRelinquish".
-class RgRelinquishEvent : public Event
+class QUELVANE_API RgRelinquishEvent : public Event
 {
 public:
     char node[EVENT_TEXT_SIZE] = {};
@@ -249,7 +251,7 @@ public:
 };
 
 // Event 24 "rgOpenFailed".
-class RgOpenFailedEvent : public Event
+class QUELVANE_API RgOpenFailedEvent : public Event
 {
 public:
     char node[EVENT_TEXT_SIZE] = {};
@@ -261,7 +263,7 @@ public:
 };
 
 // Event 25 "rgPanic".
-class RgPanicEvent : public Event
+class QUELVANE_API RgPanicEvent : public Event
 {
 public:
     char node[EVENT_TEXT_SIZE] = {};
@@ -273,7 +275,7 @@ public:
 };
 
 // Event 26 "pdFailed".
-class PdFailedEvent : public Event
+class QUELVANE_API PdFailedEvent : public Event
 {
 public:
     char node[EVENT_TEXT_SIZE] = {};
@@ -290,7 +292,7 @@ public:
 };
 
 // Event 27 "pdRecovered".
-class PdRecoveredEvent : public Event
+class QUELVANE_API PdRecoveredEvent : public Event
 {
 public:
     char node[EVENT_TEXT_SIZE] = {};
@@ -306,7 +308,7 @@ public:
 };
 
 // Event 28 "pdReplacePdisk".
-class PdReplacePdiskEvent : public Event
+class QUELVANE_API PdReplacePdiskEvent : public Event
 {
 public:
     char node[EVENT_TEXT_SIZE] = {};
@@ -324,7 +326,7 @@ public:
 };
 
 // Event 29 "pdPathFailed".
-class PdPathFailedEvent : public Event
+class QUELVANE_API PdPathFailedEvent : public Event
 {
 public:
     char node[EVENT_TEXT_SIZE] = {};
@@ -341,7 +343,7 @@ public:
 };
 
 // Event 30 "daRebuildFailed".
-class DaRebuildFailedEvent : public Event
+class QUELVANE_API DaRebuildFailedEvent : public Event
 {
 public:
     char node[EVENT_TEXT_SIZE] = {};
@@ -353,7 +355,7 @@ public:
 };
 
 // Event 31 "nsdCksumMismatch".
-class NsdCksumMismatchEvent : public Event
+class QUELVANE_API NsdCksumMismatchEvent : public Event
 {
 public:
     char node[EVENT_TEXT_SIZE] = {};

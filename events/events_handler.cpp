@@ -6,8 +6,28 @@
 
 #include <cstdio>
 #include <cstring>
+#include <mutex>
 
 EventsHandler* theEventsHandler = nullptr;
+
+namespace {
+
+// One lock for each callback slot number, shared by all handlers (the
+// handler's layout is public and has no room for locks). It is held only
+// while a (callback, data) pair is written or copied out, never while a
+// callback runs: so the send thread never pairs the callback of one
+// registration with the data of another, and a callback may itself register
+// (for its own number too) without deadlock.
+std::mutex slotLocks[EVENTS_MAX_TYPES];
+
+// The pair of slot `type` as one registration left it.
+EventCallbackSlot readSlot(const EventsHandler* handler, int type)
+{
+    std::lock_guard<std::mutex> hold(slotLocks[type]);
+    return handler->eventCallbacks[type];
+}
+
+} // namespace
 
 EventsHandler::EventsHandler(MErrno* err, int debug)
 {
@@ -38,6 +58,10 @@ EventsHandler::~EventsHandler()
 
 void EventsHandler::registerEventCallback(int type, int (*cb)(Event*, void*), void* data)
 {
+    // A number outside the table names no slot: nothing is written.
+    if (type < 0 || type >= EVENTS_MAX_TYPES)
+        return;
+    std::lock_guard<std::mutex> hold(slotLocks[type]);
     eventCallbacks[type].callback = cb;
     eventCallbacks[type].callbackData = data;
 }
@@ -70,9 +94,11 @@ void* EventsHandler::sendHandlerBody(void* arg)
                 // Decoded from the line actually taken, which is a fresh array
                 // rather than the local buffer when the line did not fit it.
                 Event* record = self->createEventObject(type, line);
-                if (record != nullptr && self->eventCallbacks[type].callback != nullptr)
-                    self->eventCallbacks[type].callback(record,
-                                                        self->eventCallbacks[type].callbackData);
+                // The pair is read once, after the record is built, and the
+                // callback runs with no lock held.
+                EventCallbackSlot slot = readSlot(self, type);
+                if (record != nullptr && slot.callback != nullptr)
+                    slot.callback(record, slot.callbackData);
                 // Without a callback the record is not delivered and stays
                 // allocated: its class is known only to a callback.
             }

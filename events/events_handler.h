@@ -4,6 +4,7 @@
 #include <pthread.h>
 
 #include <quelvane/event_records.h>
+#include <quelvane/export.h>
 #include <quelvane/merrno.h>
 
 class PollingHandler;
@@ -13,7 +14,7 @@ class TavrelWrapperUtils;
 #define EVENTS_MAX_TYPES 32
 
 // One pending event line in the list between the receive and send threads.
-class EventItem
+class QUELVANE_API EventItem
 {
 public:
     char* buf;          // the line without its newline (owned, array form)
@@ -42,7 +43,7 @@ public:
 // the data given at registration. Its result is ignored.
 typedef int (*EventCallback)(Event*, void*);
 
-struct EventCallbackSlot
+struct QUELVANE_API EventCallbackSlot
 {
     EventCallback callback;
     void* callbackData;
@@ -58,7 +59,7 @@ struct EventCallbackSlot
 // Calling order: init, registerEventCallback on theEventsHandler for each
 // event number of interest, run from a thread that can be spared (it blocks
 // until the daemon connection is lost for good), then term.
-class EventsHandler
+class QUELVANE_API EventsHandler
 {
 public:
     pthread_t sendThread;
@@ -82,8 +83,12 @@ public:
     EventsHandler(MErrno* err, int debug);
     ~EventsHandler();
 
-    // Stores the callback of event number `type` (0 to 31); null switches
-    // delivery off.
+    // Stores the callback of event number `type` (0 to 31) with its data;
+    // null switches delivery off. A number outside 0 to 31 is ignored. Safe
+    // while run delivers events, from any thread and from a callback too (for
+    // any number, its own included): the pair is stored and read as one, so
+    // a delivery gets the callback and the data of one registration. A
+    // delivery that has already read the slot still goes to the pair it read.
     void registerEventCallback(int type, int (*cb)(Event*, void*), void* data);
 
     // Starts the send and receive threads and blocks until both have ended.
@@ -113,6 +118,6 @@ public:
 };
 
 // The singleton; null when there is none.
-extern EventsHandler* theEventsHandler;
+extern QUELVANE_API EventsHandler* theEventsHandler;
 
 #endif

@@ -5,32 +5,34 @@
 #include <string>
 #include <vector>
 
+#include <quelvane/export.h>
+
 // The open log stream; null means that logging is off.
-extern FILE* QuelvaneLogFileP;
+extern QUELVANE_API FILE* QuelvaneLogFileP;
 // Level names, indexed by level: "INFO", "WARNING", "ERROR", "SEVERE".
-extern const char* QuelvaneLogLevelNamesP[4];
+extern QUELVANE_API const char* QuelvaneLogLevelNamesP[4];
 // Stored for the application; no message is filtered by it.
-extern int log_level;
+extern QUELVANE_API int log_level;
 // Backups that log_update keeps beyond the newest one.
-extern int log_count;
+extern QUELVANE_API int log_count;
 // Size in KiB at which log_update rotates the log.
-extern int log_size;
+extern QUELVANE_API int log_size;
 // Path names of the backups made by log_update, oldest first.
-extern std::vector<std::string> log_list;
+extern QUELVANE_API std::vector<std::string> log_list;
 
 // Writes one message to the log stream when one is open; silent otherwise.
 // Levels 0 INFO, 1 WARNING, 2 ERROR, 3 SEVERE; levels 2 and up are also
 // mirrored to stderr (only while a log is open). `fmt` carries its own newline.
-void kx_log(int level, const char* who, const char* fmt, ...)
+QUELVANE_API void kx_log(int level, const char* who, const char* fmt, ...)
     __attribute__((format(printf, 3, 4)));
 
 // Writes the first line of `text` to stderr with a time prefix, always.
-int kx_print(const char* text);
+QUELVANE_API int kx_print(const char* text);
 
 // Rotates "/var/vesk/gen/quelvanelog" once it has reached log_size KiB.
-void log_update();
+QUELVANE_API void log_update();
 
 // Size of a file in KiB, rounded down; 0 for a file that cannot be stat'ed.
-long file_size(char* path);
+QUELVANE_API long file_size(char* path);
 
 #endif

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include <quelvane/export.h>
 #include <quelvane/file_owner.h>
 #include <quelvane/fileset.h>
 #include <quelvane/merrno.h>
@@ -44,7 +45,7 @@ enum MgmtProtocol
 };
 
 // One queued tool command of the dispatch thread.
-class ExecutionTask
+class QUELVANE_API ExecutionTask
 {
 public:
     char cmd[256];                      // tool name, relative to the tool directory
@@ -64,7 +65,7 @@ public:
 };
 
 // Result holder of an execution; cleared by its constructor.
-class ExecutionResult
+class QUELVANE_API ExecutionResult
 {
 public:
     unsigned short status;
@@ -74,7 +75,7 @@ public:
 };
 
 // The polling handler: the library's central singleton (thePollingHandler).
-class PollingHandler
+class QUELVANE_API PollingHandler
 {
 public:
     TavrelWrapperUtils* tavrelWrapper;      // the request session (theTavrelWrapperUtils)
@@ -129,6 +130,12 @@ public:
     MErrno updateSdrfsGenNumber(unsigned int number);
 
     // ---- execution tasks ----
+    // Queues the tool `cmd` (a name in the tool directory) with its argument
+    // text `arg` for the dispatch thread, which runs "TOOLDIR/CMD ARG 2>&1"
+    // and then calls callback(callbackData). A task that could not run with
+    // exactly the words given is refused: a null or empty cmd, a null arg, or
+    // either one longer than 255 bytes. Nothing is queued then, an ERROR line
+    // names the reason in the log, and the result is EINVAL.
     MErrno addExecutionTask(const char* cmd, char* arg, int (*callback)(void*), void* callbackData);
     int getExecTaskFromList(ExecutionTask* dst);
     static void* dispatchHandlerBody(void* handler);
@@ -285,23 +292,25 @@ public:
 };
 
 // The handler; null when there is none.
-extern PollingHandler* thePollingHandler;
+extern QUELVANE_API PollingHandler* thePollingHandler;
 
 // Thread coordination, guarded by PollingHandler::pollingMutex. Latches, not
-// counters; zero at load.
-extern pthread_cond_t PollCond;
-extern int PollConditionMet;
-extern pthread_cond_t TimerPollCond;
-extern int TimerPollConditionMet;
-extern pthread_cond_t CmdPollCond;
-extern int CmdPollConditionMet;
-extern int CmdWaiters;
-extern pthread_cond_t DispatchPollCond;
-extern int DispatchPollConditionMet;
+// counters; zero at load. TimerPollConditionMet is also read without the lock
+// (by the disk repository scan): every access to it, under the lock or not,
+// is an atomic load or store (__atomic_load_n / __atomic_store_n).
+extern QUELVANE_API pthread_cond_t PollCond;
+extern QUELVANE_API int PollConditionMet;
+extern QUELVANE_API pthread_cond_t TimerPollCond;
+extern QUELVANE_API int TimerPollConditionMet;
+extern QUELVANE_API pthread_cond_t CmdPollCond;
+extern QUELVANE_API int CmdPollConditionMet;
+extern QUELVANE_API int CmdWaiters;
+extern QUELVANE_API pthread_cond_t DispatchPollCond;
+extern QUELVANE_API int DispatchPollConditionMet;
 
 // Cluster manager name and address from the manager tool.
-int getClusterManager(char* managerName, char* managerIpAddr);
+QUELVANE_API int getClusterManager(char* managerName, char* managerIpAddr);
 // Node counts and quorum state from the configuration tool.
-int getClusterNodesStatus(ClusterStatus* status);
+QUELVANE_API int getClusterNodesStatus(ClusterStatus* status);
 
 #endif

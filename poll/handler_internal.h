@@ -21,7 +21,9 @@ int clusterInfoSize();
 
 // The stop flags (terminate, timer_terminate, execTerminate) are plain ints
 // written by the destructor and read by the threads without the lock; these
-// accessors make each access a single indivisible load or store.
+// accessors make each access a single indivisible load or store. The timer
+// latch TimerPollConditionMet, which the disk repository scan reads without
+// the lock, goes through them too, everywhere, also under the lock.
 inline int readFlag(const int& flag)
 {
     return __atomic_load_n(&flag, __ATOMIC_SEQ_CST);

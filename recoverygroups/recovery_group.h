@@ -18,8 +18,10 @@
 
 #include <cstdint>
 
+#include <quelvane/export.h>
+
 // One recovery group as the cluster repository lists it.
-class orluRecoveryGroupSdrInfo
+class QUELVANE_API orluRecoveryGroupSdrInfo
 {
 public:
     char rgName[64];
@@ -37,7 +39,7 @@ public:
 
 // I/O counters of a virtual disk: 80 bytes that init clears. No query fills
 // them; their meaning is the application's.
-class orluDeclusteredArrayVdiskIoStats
+class QUELVANE_API orluDeclusteredArrayVdiskIoStats
 {
 public:
     unsigned long long counters[10];
@@ -47,7 +49,7 @@ public:
 };
 
 // One physical disk of a declustered array (a "vklspdisk" line).
-class orluDeclusteredArrayPdisk
+class QUELVANE_API orluDeclusteredArrayPdisk
 {
 public:
     char pdiskName[64];                 // column 8
@@ -68,7 +70,7 @@ public:
 };
 
 // One virtual disk of a declustered array (a "vklsvdisk" line).
-class orluDeclusteredArrayVdisk
+class QUELVANE_API orluDeclusteredArrayVdisk
 {
 public:
     char vdiskName[64];                 // column 7
@@ -91,7 +93,7 @@ public:
 // One declustered array with its disk tables. The tables are owned, made by
 // allocDiskArrays in array form and freed by deallocDiskArrays and the
 // destructor; init clears the pointers without freeing them.
-class orluRecoveryGroupDeclusteredArray
+class QUELVANE_API orluRecoveryGroupDeclusteredArray
 {
 public:
     char daName[64];
@@ -130,7 +132,7 @@ public:
 };
 
 // A recovery group with up to 16 declustered arrays.
-class orluRecoveryGroup
+class QUELVANE_API orluRecoveryGroup
 {
 public:
     char rgName[64];
@@ -157,7 +159,7 @@ public:
 };
 
 // One NSD RAID configuration variable.
-class orluNsdRAIDConfigVar
+class QUELVANE_API orluNsdRAIDConfigVar
 {
 public:
     char varName[64];
@@ -168,7 +170,7 @@ public:
 };
 
 // The NSD RAID configuration: a table of variables owned by the record.
-class orluNsdRAIDConfigParms
+class QUELVANE_API orluNsdRAIDConfigParms
 {
 public:
     int nParms;                         // variables filled
@@ -189,31 +191,31 @@ public:
 };
 
 // Recovery groups known to this process: -1 not asked yet, 0 none.
-extern int nRGDefined;
+extern QUELVANE_API int nRGDefined;
 
 // nRGDefined, asking the repository while it is -1.
-int orluRGDefined();
+QUELVANE_API int orluRGDefined();
 // Number of groups in the repository, or -1 when the tool failed.
-int getRGDefinedSDR();
+QUELVANE_API int getRGDefinedSDR();
 // The NSD RAID variables into `parms`; *len holds the capacity (nAllocated)
 // and comes back as the number of lines the tool printed. 0, 12 (more
 // variables than fit; those that fit are stored), -1 (null record or *len
 // below 1), 1 (the tool could not be started), or the tool's exit status.
-int getNsdRAIDParameters(orluNsdRAIDConfigParms* parms, int* len);
+QUELVANE_API int getNsdRAIDParameters(orluNsdRAIDConfigParms* parms, int* len);
 // The repository's recovery groups into `array`; *len holds its capacity and
 // comes back as the number of rows. 0, 12 (more rows than fit; *len tells
 // how many are needed), 19 (none defined), -1 (null array, *len below 1, or
 // the tool could not be started), or the tool's exit status.
-int getNsdRAIDSdrInfo(orluRecoveryGroupSdrInfo* array, int* len);
+QUELVANE_API int getNsdRAIDSdrInfo(orluRecoveryGroupSdrInfo* array, int* len);
 // Logs what the tool prints of the group `name`. 0, 1 (the tool could not be
 // started) or the tool's exit status.
-int getRecoveryGroup(char* name);
+QUELVANE_API int getRecoveryGroup(char* name);
 // Servers, counts and declustered arrays (up to 16) of the group named by
 // rg->rgName; the arrays' disk tables are made anew. 0, 19 (no group counted
 // yet, or this one not found), 1, or the tool's exit status.
-int getRecoveryGroupSummary(orluRecoveryGroup* rg);
+QUELVANE_API int getRecoveryGroupSummary(orluRecoveryGroup* rg);
 // The physical and virtual disks of each array of rg (two tools per array).
 // 0, 19 (no group counted yet), 2 (no arrays), 1, or a tool's exit status.
-int getRecoveryGroupDeclusteredArrays(orluRecoveryGroup* rg);
+QUELVANE_API int getRecoveryGroupDeclusteredArrays(orluRecoveryGroup* rg);
 
 #endif

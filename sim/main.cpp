@@ -204,7 +204,7 @@ int run(int argc, char** argv)
     char cwd[PATH_MAX];
     std::string here = getcwd(cwd, sizeof(cwd)) != nullptr ? cwd : "/";
     std::string self = selfExecutable();
-    std::vector<std::string> keep = {directoryOf(self), libraryDirectory(), directoryOf(exe), here};
+    std::vector<std::string> keep = {directoryOf(self), directoryOfObject(reinterpret_cast<const void*>(&libquelvaneVersion)), directoryOf(exe), here};
     // Arguments naming existing files or directories stay reachable too.
     for (size_t k = 1; k < command.size(); ++k) {
         char real[PATH_MAX];

@@ -1,7 +1,5 @@
 #include "sim/private_namespace.h"
 
-#include <quelvane/version.h>
-
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -104,10 +102,10 @@ std::string selfExecutable()
     return buf;
 }
 
-std::string libraryDirectory()
+std::string directoryOfObject(const void* address)
 {
     Dl_info info;
-    if (dladdr(reinterpret_cast<void*>(&libquelvaneVersion), &info) == 0 || info.dli_fname == nullptr)
+    if (dladdr(address, &info) == 0 || info.dli_fname == nullptr)
         return std::string();
     char real[PATH_MAX];
     if (realpath(info.dli_fname, real) == nullptr)

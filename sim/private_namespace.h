@@ -23,8 +23,9 @@ std::string directoryOf(const std::string& path);
 // The absolute path of the running executable, empty if unknown.
 std::string selfExecutable();
 
-// The directory that holds the shared library libquelvane, empty if unknown.
-std::string libraryDirectory();
+// The directory of the executable or shared library that holds `address`
+// (a function of it), empty if unknown.
+std::string directoryOfObject(const void* address);
 
 } // namespace qvsim
 

@@ -14,6 +14,7 @@
 #include "support/fake_cluster.h"
 #include "support/files.h"
 #include "support/handler_fixture.h"
+#include "support/worker_release.h"
 
 #include <quelvane/api_poll.h>
 #include <quelvane/cluster_info.h>
@@ -295,7 +296,7 @@ TEST_F(BackgroundPoll, TimerWaitsUntilBothScansHaveRun)
     // its latch unset and waits on.
     ASSERT_EQ(handler()->updateDiskSDRInfo(0), 0);
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    EXPECT_EQ(latch(handler(), TimerPollConditionMet), 0);
+    EXPECT_EQ(timerLatch(), 0);
     EXPECT_EQ(latch(handler(), PollConditionMet), 0);
     EXPECT_TRUE(cluster.tool("vklsmgr").calls().empty());
     EXPECT_TRUE(cluster.tool("vklsnsd").calls().empty());
@@ -303,7 +304,7 @@ TEST_F(BackgroundPoll, TimerWaitsUntilBothScansHaveRun)
     // The node scan alone does not release it either.
     ASSERT_EQ(handler()->updateNodeInfo(app, 0), 0);
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    EXPECT_EQ(latch(handler(), TimerPollConditionMet), 0);
+    EXPECT_EQ(timerLatch(), 0);
     EXPECT_TRUE(cluster.tool("vklsmount").calls().empty());
     EXPECT_TRUE(fromFirst(logOf("PollingHandler::timerHandlerBody"), "start").empty());
 
@@ -313,7 +314,7 @@ TEST_F(BackgroundPoll, TimerWaitsUntilBothScansHaveRun)
     ASSERT_TRUE(waitUntil([&] { return cmdWaiters() == 1; }, 5000));
     ASSERT_EQ(handler()->updateDiskSDRInfo(0), 0);
     ASSERT_TRUE(waitUntil([&] { return waiter.done(); }, 20000));
-    EXPECT_EQ(latch(handler(), TimerPollConditionMet), 1);
+    EXPECT_EQ(timerLatch(), 1);
     EXPECT_EQ(latch(handler(), CmdWaiters), 0);
     EXPECT_EQ(latch(handler(), CmdPollConditionMet), 0);
     EXPECT_EQ(fromFirst(logOf("PollingHandler::timerHandlerBody"), "start"),

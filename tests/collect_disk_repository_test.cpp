@@ -7,6 +7,7 @@
 #include "support/log_capture.h"
 #include "support/popen_failure.h"
 #include "support/tree_builder.h"
+#include "support/worker_release.h"
 
 #include <gtest/gtest.h>
 
@@ -538,17 +539,17 @@ TEST_F(DiskRepository, WakeupReleasesTheTimerOnlyAfterANodeUpdate)
 {
     startWithNodes();
     sdrquery.output(sdr("d1", "fs1", "p1"));
-    ASSERT_EQ(TimerPollConditionMet, 0);
+    ASSERT_EQ(timerLatch(), 0);
 
     // No node update yet: the wake-up finds nodeUpdateTime 0.
     EXPECT_EQ(handler()->updateDiskSDRInfo(0), 0);
     EXPECT_NE(recipe()->diskSdrUpdateTime.tv_sec, 0);
-    EXPECT_EQ(TimerPollConditionMet, 0);
+    EXPECT_EQ(timerLatch(), 0);
 
     // After it, the next scan releases the timer; the lock is free again.
     recipe()->nodeUpdateTime.tv_sec = 1000;
     EXPECT_EQ(handler()->updateDiskSDRInfo(0), 0);
-    EXPECT_EQ(TimerPollConditionMet, 1);
+    EXPECT_EQ(timerLatch(), 1);
     EXPECT_EQ(handler()->getPollingLock(), 0);
     EXPECT_EQ(handler()->releasePollingLock(), 0);
 }

@@ -3,6 +3,7 @@
 #include "support/fake_tool.h"
 #include "support/handler_fixture.h"
 #include "support/tree_builder.h"
+#include "support/worker_release.h"
 
 #include <gtest/gtest.h>
 
@@ -43,7 +44,7 @@ TEST_F(DiskRepositoryThreads, ScanRunsWhileAnotherThreadHoldsThePollingLock)
     startWithNode();
     // Once the timer is released the scan calls no wake-up, and it takes no
     // lock of its own: it finishes while the lock is held elsewhere.
-    TimerPollConditionMet = 1;
+    setTimerLatch();
     ASSERT_EQ(handler()->getPollingLock(), 0);
     std::promise<int> done;
     std::future<int> result = done.get_future();
@@ -55,7 +56,7 @@ TEST_F(DiskRepositoryThreads, ScanRunsWhileAnotherThreadHoldsThePollingLock)
     EXPECT_TRUE(finished) << "the scan waited for the polling lock";
     EXPECT_EQ(result.get(), 0);
     ASSERT_EQ(namesOf(handler()->recipe->filesystemItems), (Lines{"fs1"}));
-    EXPECT_EQ(TimerPollConditionMet, 1);
+    EXPECT_EQ(timerLatch(), 1);
 }
 
 TEST_F(DiskRepositoryThreads, WakeupReleasesAThreadWaitingForTheTimerCondition)
@@ -75,13 +76,13 @@ TEST_F(DiskRepositoryThreads, WakeupReleasesAThreadWaitingForTheTimerCondition)
     if (!released) {
         // Let the waiter go so that it can be joined.
         handler()->getPollingLock();
-        TimerPollConditionMet = 1;
+        setTimerLatch();
         pthread_cond_broadcast(&TimerPollCond);
         handler()->releasePollingLock();
     }
     waiter.join();
     EXPECT_TRUE(released);
     handler()->getPollingLock();
-    EXPECT_EQ(TimerPollConditionMet, 1);
+    EXPECT_EQ(timerLatch(), 1);
     handler()->releasePollingLock();
 }

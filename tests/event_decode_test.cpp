@@ -7,8 +7,10 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <regex>
 #include <string>
 #include <thread>
@@ -54,6 +56,43 @@ std::string errorLineRegex(const std::string& text)
 }
 
 } // namespace
+
+// ---------------------------------------------------------------- registration
+
+namespace {
+
+int unusedCallback(Event*, void*)
+{
+    return 0;
+}
+
+} // namespace
+
+// A number outside 0 to 31 names no slot: neither the handler nor the memory
+// on either side of it changes, however far out the number lies.
+TEST(EventRegistration, NumberOutsideTheTableWritesNothing)
+{
+    const size_t guard = 1024 * sizeof(EventCallbackSlot);
+    alignas(EventsHandler) static unsigned char area[2 * guard + sizeof(EventsHandler)];
+    memset(area, 0xa5, sizeof(area));
+    MErrno err = -1;
+    EventsHandler* h = new (area + guard) EventsHandler(&err, 0);
+    ASSERT_EQ(err, 0);
+    int data = 0;
+    h->registerEventCallback(3, unusedCallback, &data);
+
+    std::vector<unsigned char> before(area, area + sizeof(area));
+    for (int type : {-1, -2, -32, -1000, 32, 33, 64, 1000, INT_MIN, INT_MAX})
+        h->registerEventCallback(type, unusedCallback, &data);
+    EXPECT_EQ(memcmp(before.data(), area, sizeof(area)), 0);
+
+    // The slots at both ends still take their callbacks.
+    h->registerEventCallback(0, unusedCallback, &data);
+    h->registerEventCallback(31, unusedCallback, &data);
+    EXPECT_EQ(h->eventCallbacks[0].callback, &unusedCallback);
+    EXPECT_EQ(h->eventCallbacks[31].callbackData, &data);
+    h->~EventsHandler();
+}
 
 // ---------------------------------------------------------------- event word
 

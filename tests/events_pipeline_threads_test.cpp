@@ -758,6 +758,122 @@ TEST(SendThread, ReRegistrationReplacesAndNullSwitchesOff)
     EXPECT_EQ(got[1].node, "b");
 }
 
+namespace {
+
+// Callbacks that know which data must come with them: registrations that
+// alternate on one slot while lines are delivered must never hand one
+// callback the data of the other.
+struct PairCheck
+{
+    EventsHandler* handler;
+    std::atomic<long> delivered{0};
+    std::atomic<long> mismatched{0};
+    std::atomic<long> byFirst{0};
+    std::atomic<long> bySecond{0};
+    std::atomic<long> bySelf{0};
+};
+
+struct PairTag
+{
+    PairCheck* check;
+    int which;   // 1 first, 2 second, 3 the callback that registers
+};
+
+void countDelivery(PairTag* tag, int expected, std::atomic<long>& by)
+{
+    if (tag->which != expected)
+        tag->check->mismatched++;
+    by++;
+    tag->check->delivered++;
+}
+
+int firstCallback(Event* e, void* data)
+{
+    delete static_cast<NodeStatusEvent*>(e);
+    PairTag* tag = static_cast<PairTag*>(data);
+    countDelivery(tag, 1, tag->check->byFirst);
+    return 0;
+}
+
+int secondCallback(Event* e, void* data)
+{
+    delete static_cast<NodeStatusEvent*>(e);
+    PairTag* tag = static_cast<PairTag*>(data);
+    countDelivery(tag, 2, tag->check->bySecond);
+    return 0;
+}
+
+// Registers from inside a delivery: itself again on its own number, and on
+// number 11 (not fed) a callback that is never called.
+int registeringCallback(Event* e, void* data)
+{
+    delete static_cast<NodeStatusEvent*>(e);
+    PairTag* tag = static_cast<PairTag*>(data);
+    tag->check->handler->registerEventCallback(7, registeringCallback, tag);
+    tag->check->handler->registerEventCallback(11, secondCallback, tag);
+    countDelivery(tag, 3, tag->check->bySelf);
+    return 0;
+}
+
+} // namespace
+
+TEST(SendThread, RegistrationWhileDeliveringKeepsEachCallbackWithItsData)
+{
+    Handler x;
+    PairCheck check;
+    check.handler = &x.h;
+    PairTag first{&check, 1}, second{&check, 2}, self{&check, 3};
+    x.h.registerEventCallback(6, firstCallback, &first);
+    x.h.registerEventCallback(7, registeringCallback, &self);
+    SendThread sender(&x.h);
+
+    // Failures (6) and now and then a recovery (7), never more than 64 lines
+    // ahead of the deliveries.
+    std::atomic<bool> stop{false};
+    std::atomic<long> appended{0};
+    std::thread feeder([&] {
+        while (!stop.load()) {
+            if (appended.load() - check.delivered.load() >= 64) {
+                std::this_thread::yield();
+                continue;
+            }
+            long n = appended.load();
+            appendLine(&x.h, n % 8 == 7 ? "_event_ recovery _node_ r" : "_event_ failure _node_ f");
+            appended++;
+        }
+    });
+
+    // Slot 6 changes hands for three seconds, each pair standing for a moment.
+    long registrations = 0;
+    auto end = std::chrono::steady_clock::now() + 3s;
+    while (std::chrono::steady_clock::now() < end) {
+        x.h.registerEventCallback(6, secondCallback, &second);
+        std::this_thread::yield();
+        x.h.registerEventCallback(6, firstCallback, &first);
+        std::this_thread::yield();
+        registrations += 2;
+    }
+    stop = true;
+    feeder.join();
+
+    auto drainEnd = std::chrono::steady_clock::now() + 10s;
+    while (check.delivered.load() < appended.load() && std::chrono::steady_clock::now() < drainEnd)
+        std::this_thread::sleep_for(1ms);
+    sender.stop();
+
+    EXPECT_EQ(check.delivered.load(), appended.load());
+    EXPECT_EQ(check.mismatched.load(), 0);
+    EXPECT_GT(check.byFirst.load(), 0);
+    EXPECT_GT(check.bySecond.load(), 0);
+    EXPECT_GT(check.bySelf.load(), 0);
+    EXPECT_GT(registrations, 100);
+    EXPECT_EQ(x.h.eventCallbacks[6].callback, &firstCallback);
+    EXPECT_EQ(x.h.eventCallbacks[6].callbackData, &first);
+    EXPECT_EQ(x.h.eventCallbacks[7].callback, &registeringCallback);
+    EXPECT_EQ(x.h.eventCallbacks[11].callback, &secondCallback);
+    EXPECT_EQ(x.h.eventCallbacks[11].callbackData, &self);
+}
+
 TEST(SendThread, RecordsOfWaitingLinesCarryTheTimeOfDecoding)
 {
     Handler x;

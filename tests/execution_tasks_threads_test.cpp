@@ -4,6 +4,7 @@
 #include "support/fake_tool.h"
 #include "support/files.h"
 #include "support/handler_fixture.h"
+#include "support/log_capture.h"
 #include "support/worker_release.h"
 
 #include <gtest/gtest.h>
@@ -14,6 +15,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <cstring>
@@ -43,6 +45,11 @@ std::string I(const std::string& text)
 std::string E(const std::string& text)
 {
     return std::string("ERROR: ") + kWho + ": " + text;
+}
+// A refusal of addExecutionTask, as LogCapture::lines gives it.
+std::string refused(const std::string& text)
+{
+    return "ERROR: PollingHandler::addExecutionTask: " + text;
 }
 
 // Callbacks note their name, in the order in which they are called.
@@ -297,7 +304,7 @@ TEST_F(ExecutionQueue, TasksComeOutInOrderOfArrivalAsCopies)
     startHandler();
     Recorder r;
     CallbackData d1{&r, "one"}, d2{&r, "two"};
-    std::string longArg(300, 'z');
+    std::string longArg(255, 'z');   // the longest argument taken
     EXPECT_EQ(handler()->addExecutionTask("vkcrfileset", const_cast<char*>("fs1 a"), record, &d1), 0);
     EXPECT_EQ(handler()->addExecutionTask("vkdelfileset", const_cast<char*>(longArg.c_str()), nullptr,
                                           &d2),
@@ -306,7 +313,7 @@ TEST_F(ExecutionQueue, TasksComeOutInOrderOfArrivalAsCopies)
               0);
     ASSERT_EQ(handler()->execTaskList.size(), 3u);
     EXPECT_STREQ(handler()->execTaskList[1]->cmd, "vkdelfileset");
-    EXPECT_EQ(strlen(handler()->execTaskList[1]->argItems.at(0)), 300u);
+    EXPECT_EQ(strlen(handler()->execTaskList[1]->argItems.at(0)), 255u);
 
     MErrno err = 0;
     ExecutionTask a(&err);
@@ -336,6 +343,76 @@ TEST_F(ExecutionQueue, TasksComeOutInOrderOfArrivalAsCopies)
     EXPECT_STREQ(none.cmd, "");
     EXPECT_TRUE(none.argItems.empty());
     EXPECT_TRUE(r.names().empty());
+}
+
+TEST_F(ExecutionQueue, ArgumentOverTwoHundredFiftyFiveBytesIsRefused)
+{
+    startHandler();
+    LogCapture log;
+    Recorder r;
+    CallbackData d{&r, "x"};
+    std::string tooLong = "fs1 " + std::string(252, 'a');
+    ASSERT_EQ(tooLong.size(), 256u);
+    EXPECT_EQ(handler()->addExecutionTask("vkquick", const_cast<char*>(tooLong.c_str()), record, &d),
+              EINVAL);
+    EXPECT_TRUE(handler()->execTaskList.empty());
+    EXPECT_EQ(log.lines(),
+              (Lines{refused("Couldn't queue vkquick: argument of 256 bytes, at most 255")}));
+
+    // One byte less is taken whole.
+    std::string longest = "fs1 " + std::string(251, 'b');
+    EXPECT_EQ(handler()->addExecutionTask("vkquick", const_cast<char*>(longest.c_str()), record, &d),
+              0);
+    ASSERT_EQ(handler()->execTaskList.size(), 1u);
+    EXPECT_EQ(std::string(handler()->execTaskList[0]->argItems.at(0)), longest);
+    MErrno err = 0;
+    ExecutionTask out(&err);
+    ASSERT_EQ(handler()->getExecTaskFromList(&out), 0);
+    ASSERT_EQ(out.argItems.size(), 1u);
+    EXPECT_EQ(std::string(out.argItems[0]), longest);
+    EXPECT_EQ(log.lines().size(), 1u);
+    EXPECT_TRUE(r.names().empty());
+}
+
+TEST_F(ExecutionQueue, NullArgumentIsRefusedAndAnEmptyOneTaken)
+{
+    startHandler();
+    LogCapture log;
+    EXPECT_EQ(handler()->addExecutionTask("vkquick", nullptr, ignoreCallback, nullptr), EINVAL);
+    EXPECT_TRUE(handler()->execTaskList.empty());
+    EXPECT_EQ(log.lines(), (Lines{refused("Couldn't queue vkquick: no argument")}));
+
+    // An empty argument is what the application gave.
+    EXPECT_EQ(handler()->addExecutionTask("vkquick", const_cast<char*>(""), ignoreCallback, nullptr),
+              0);
+    ASSERT_EQ(handler()->execTaskList.size(), 1u);
+    EXPECT_STREQ(handler()->execTaskList[0]->argItems.at(0), "");
+    EXPECT_EQ(log.lines().size(), 1u);
+}
+
+TEST_F(ExecutionQueue, MissingEmptyOrOverlongCommandIsRefused)
+{
+    startHandler();
+    LogCapture log;
+    std::string tooLong(256, 'c');
+    std::string longest(255, 'c');
+    EXPECT_EQ(handler()->addExecutionTask(nullptr, const_cast<char*>("x"), nullptr, nullptr), EINVAL);
+    EXPECT_EQ(handler()->addExecutionTask("", const_cast<char*>("x"), nullptr, nullptr), EINVAL);
+    EXPECT_EQ(handler()->addExecutionTask(tooLong.c_str(), const_cast<char*>("x"), nullptr, nullptr),
+              EINVAL);
+    // A command name is checked before its argument.
+    EXPECT_EQ(handler()->addExecutionTask(nullptr, nullptr, nullptr, nullptr), EINVAL);
+    EXPECT_TRUE(handler()->execTaskList.empty());
+    EXPECT_EQ(log.lines(),
+              (Lines{refused("Couldn't queue a task without a command"),
+                     refused("Couldn't queue a task without a command"),
+                     refused("Couldn't queue a command name of 256 bytes, at most 255"),
+                     refused("Couldn't queue a task without a command")}));
+
+    EXPECT_EQ(handler()->addExecutionTask(longest.c_str(), const_cast<char*>("x"), nullptr, nullptr),
+              0);
+    ASSERT_EQ(handler()->execTaskList.size(), 1u);
+    EXPECT_EQ(std::string(handler()->execTaskList[0]->cmd), longest);
 }
 
 TEST_F(ExecutionQueue, TasksLeftAtTheEndAreDroppedWithoutRunning)
@@ -504,20 +581,72 @@ TEST_F(Dispatch, PcloseFailureIsReportedAndTheCallbackStillRuns)
     EXPECT_NE(std::find(log.begin(), log.end(), I("errno=10")), log.end());
 }
 
-TEST_F(Dispatch, LongArgumentIsCutByTheCopy)
+TEST_F(Dispatch, RefusedTasksNeverRunAndTheLongestArgumentRunsWhole)
 {
     FakeTool tool("vkquick");
     tool.output("ok\n");
     start();
-    CallbackData d{&rec, "x"};
-    std::string longArg = "fs1 " + std::string(296, 'n');
-    ASSERT_EQ(handler()->addExecutionTask("vkquick", const_cast<char*>(longArg.c_str()), record, &d), 0);
+    CallbackData no{&rec, "refused"}, yes{&rec, "ran"};
+    std::string tooLong = "fs1 " + std::string(252, 'n');
+    std::string longest = "fs1 " + std::string(251, 'n');
+    EXPECT_EQ(handler()->addExecutionTask("vkquick", const_cast<char*>(tooLong.c_str()), record, &no),
+              EINVAL);
+    EXPECT_EQ(handler()->addExecutionTask("vkquick", nullptr, record, &no), EINVAL);
+    ASSERT_EQ(handler()->addExecutionTask("vkquick", const_cast<char*>(longest.c_str()), record, &yes),
+              0);
     ASSERT_TRUE(rec.waitFor(1));
-    std::string cut = "fs1 " + std::string(251, 'n');
-    EXPECT_EQ(tool.calls(), (Lines{cut}));
+    EXPECT_EQ(rec.names(), (Lines{"ran"}));
+    EXPECT_EQ(tool.calls(), (Lines{longest}));
     Lines log = finish();
-    EXPECT_EQ(taskBlock(log, "/usr/kpx/vesk/bin/vkquick " + cut + " 2>&1"),
-              normalBlock("/usr/kpx/vesk/bin/vkquick " + cut + " 2>&1", "ok"));
+    std::string cmd = "/usr/kpx/vesk/bin/vkquick " + longest + " 2>&1";
+    EXPECT_EQ(taskBlock(log, cmd), normalBlock(cmd, "ok"));
+    std::string all = readFile(kLogPath);
+    EXPECT_NE(all.find("ERROR: PollingHandler::addExecutionTask: Couldn't queue vkquick: argument of "
+                       "256 bytes, at most 255\n"),
+              std::string::npos)
+        << all;
+    EXPECT_NE(all.find("ERROR: PollingHandler::addExecutionTask: Couldn't queue vkquick: no "
+                       "argument\n"),
+              std::string::npos)
+        << all;
+    EXPECT_EQ(all.find("(null)"), std::string::npos) << all;
+    EXPECT_EQ(std::count_if(log.begin(), log.end(),
+                            [](const std::string& l) { return l.find(I("execute ")) == 0; }),
+              1);
+}
+
+TEST_F(Dispatch, TaskPutOnTheListWithoutItsArgumentIsNotRun)
+{
+    FakeTool tool("vkquick");
+    tool.output("ok\n");
+    start();
+    CallbackData bare{&rec, "bare"}, none{&rec, "none"}, after{&rec, "after"};
+    // Two tasks placed on the list directly, without a wake-up: one whose
+    // argument is null, one with no argument at all.
+    MErrno err = 0;
+    ExecutionTask* nullArg = new ExecutionTask(&err);
+    nullArg->setCmd("vkquick");
+    nullArg->addArg(nullptr);
+    nullArg->callback = record;
+    nullArg->callbackData = &bare;
+    ExecutionTask* noArg = new ExecutionTask(&err);
+    noArg->setCmd("vkquick");
+    noArg->callback = record;
+    noArg->callbackData = &none;
+    pthread_mutex_lock(&handler()->execTaskMutex);
+    handler()->execTaskList.push_back(nullArg);
+    handler()->execTaskList.push_back(noArg);
+    pthread_mutex_unlock(&handler()->execTaskMutex);
+    // The next task wakes the thread, which takes all three in order.
+    ASSERT_EQ(handler()->addExecutionTask("vkquick", const_cast<char*>("after"), record, &after), 0);
+    ASSERT_TRUE(rec.waitFor(1));
+    EXPECT_EQ(rec.names(), (Lines{"after"}));
+    EXPECT_EQ(tool.calls(), (Lines{"after"}));
+    Lines log = finish();
+    EXPECT_EQ(std::count(log.begin(), log.end(), E("Couldn't run vkquick: no argument")), 2);
+    EXPECT_EQ(taskBlock(log, "/usr/kpx/vesk/bin/vkquick after 2>&1"),
+              normalBlock("/usr/kpx/vesk/bin/vkquick after 2>&1", "ok"));
+    EXPECT_EQ(readFile(kLogPath).find("(null)"), std::string::npos);
 }
 
 TEST_F(Dispatch, QueuedTasksAreNotRunOnceTheThreadIsToldToEnd)

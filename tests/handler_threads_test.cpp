@@ -96,7 +96,8 @@ private:
         std::this_thread::sleep_for(std::chrono::milliseconds(delayMs_));
         waitFor([&] { return open_.load(); }, 5000);
         pthread_mutex_lock(&h_->pollingMutex);
-        *cond_met = 1;
+        // Atomic for all three, as the timer latch must be.
+        __atomic_store_n(cond_met, 1, __ATOMIC_SEQ_CST);
         pthread_cond_broadcast(cond);
         pthread_mutex_unlock(&h_->pollingMutex);
         rescued++;
@@ -236,7 +237,7 @@ TEST(HandlerThreads, DispatchJoinWaitsForAWakeUp)
         pthread_mutex_unlock(&h->pollingMutex);
         waitFor([&] { return loadFlag(h->timer_terminate) != 0; }, 5000);
         pthread_mutex_lock(&h->pollingMutex);
-        TimerPollConditionMet = 1;
+        setTimerLatch();
         pthread_cond_broadcast(&TimerPollCond);
         pthread_mutex_unlock(&h->pollingMutex);
         waitFor([&] { return loadFlag(h->execTerminate) != 0; }, 5000);
@@ -293,11 +294,11 @@ TEST(HandlerThreads, TimerLatchStaysSetOnceSet)
     startHandler(daemon, kx, MGMT_PROTOCOL_DIRECT);
     PollingHandler* h = thePollingHandler;
     h->getPollingLock();
-    TimerPollConditionMet = 1;
+    setTimerLatch();
     h->releasePollingLock();
     EXPECT_EQ(h->waitMainThread(), 0);
     EXPECT_EQ(h->waitMainThread(), 0);
-    EXPECT_EQ(latch(h, TimerPollConditionMet), 1);
+    EXPECT_EQ(timerLatch(), 1);
     PollingHandler::term();
 }
 
@@ -372,7 +373,7 @@ TEST(HandlerThreads, WakeupTimerThreadWithoutScanBroadcastsOnly)
     EXPECT_EQ(h->wakeupTimerThread(), 0);
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     // The timer woke, found the latch unset and waits on.
-    EXPECT_EQ(latch(h, TimerPollConditionMet), 0);
+    EXPECT_EQ(timerLatch(), 0);
     EXPECT_EQ(textCount(log, "start\n"), 0u);
     EXPECT_EQ(textCount(log, "wait\n"), 2u);
     Rescuer rescuer(h, 0);
@@ -396,7 +397,7 @@ TEST(HandlerThreads, ScanReleasesTheTimerAndACycleRuns)
     h->recipe->nodeUpdateTime.tv_sec = 100;
     h->releasePollingLock();
     h->wakeupTimerThread();
-    EXPECT_EQ(latch(h, TimerPollConditionMet), 0);
+    EXPECT_EQ(timerLatch(), 0);
 
     std::atomic<bool> cycleSeen{false};
     std::thread waiter([&] {
@@ -410,7 +411,7 @@ TEST(HandlerThreads, ScanReleasesTheTimerAndACycleRuns)
     h->recipe->diskSdrUpdateTime.tv_sec = 200;
     h->releasePollingLock();
     EXPECT_EQ(h->wakeupTimerThread(), 0);
-    EXPECT_EQ(latch(h, TimerPollConditionMet), 1);
+    EXPECT_EQ(timerLatch(), 1);
     waiter.join();
     EXPECT_TRUE(cycleSeen.load());
     EXPECT_EQ(latch(h, CmdPollConditionMet), 0);

@@ -3,9 +3,11 @@
 
 #include <cstdint>
 
+#include <quelvane/export.h>
+
 // One fileset as the fileset listing tool prints it. Plain data, passed by
 // value to the fileset change operations.
-struct FileSet
+struct QUELVANE_API FileSet
 {
     int column3;            // token 3, a number
     char name[256];         // token 7, fileset name, the key

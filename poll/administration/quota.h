@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <string>
 
+#include <quelvane/export.h>
+
 // One quota record as the quota listing tool prints it (PollingHandler::
 // getQuota). Fields are named by the tool's token they come from; their
 // meaning is the tool's. Texts are appended to and numbers overwritten, so a
@@ -11,7 +13,7 @@
 // numbers of the last line and the texts of all lines: pass a fresh record
 // for a fresh result. An empty column comes as the text "" (two double
 // quotes), which a number reads as 0.
-struct Quota
+struct QUELVANE_API Quota
 {
     int column2;
     int column3;

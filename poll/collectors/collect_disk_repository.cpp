@@ -15,6 +15,7 @@
 #include <quelvane/command_wrapper_utils.h>
 #include <quelvane/kx_log.h>
 
+#include "poll/handler_internal.h"
 #include "poll/records/records_text_internal.h"
 #include "poll/sweep_internal.h"
 #include "poll/tools/tool_runner_internal.h"
@@ -204,7 +205,7 @@ int PollingHandler::updateDiskSDRInfo(int noRefresh)
 
     // The latch is read without the lock, as this scan holds none; once set it
     // stays set, and the wake-up (which locks) is not called again.
-    if (__atomic_load_n(&TimerPollConditionMet, __ATOMIC_SEQ_CST) == 0)
+    if (qv::readFlag(TimerPollConditionMet) == 0)
         wakeupTimerThread();
     return result;
 }

@@ -17,6 +17,11 @@
 namespace {
 
 const char* const kWhoDispatch = "PollingHandler::dispatchHandlerBody";
+const char* const kWhoAdd = "PollingHandler::addExecutionTask";
+
+// The longest command name and argument that a task carries whole: the name
+// field and the argument copies of copyArgs hold 256 bytes.
+const size_t kLongestTaskText = 255;
 
 // Size of the buffer that copyArgs gives each argument.
 const size_t kCopiedArgSize = 256;
@@ -112,6 +117,30 @@ ExecutionResult::~ExecutionResult() {}
 MErrno PollingHandler::addExecutionTask(const char* cmd, char* arg, int (*callback)(void*),
                                         void* callbackData)
 {
+    // The task runs with the words given or not at all: a text that setCmd or
+    // copyArgs would cut, or a missing one, is refused before anything is
+    // queued.
+    if (cmd == nullptr || cmd[0] == '\0') {
+        kx_log(2, kWhoAdd, "Couldn't queue a task without a command\n");
+        return EINVAL;
+    }
+    size_t cmdLen = strlen(cmd);
+    if (cmdLen > kLongestTaskText) {
+        kx_log(2, kWhoAdd, "Couldn't queue a command name of %zu bytes, at most %zu\n", cmdLen,
+               kLongestTaskText);
+        return EINVAL;
+    }
+    if (arg == nullptr) {
+        kx_log(2, kWhoAdd, "Couldn't queue %s: no argument\n", cmd);
+        return EINVAL;
+    }
+    size_t argLen = strlen(arg);
+    if (argLen > kLongestTaskText) {
+        kx_log(2, kWhoAdd, "Couldn't queue %s: argument of %zu bytes, at most %zu\n", cmd, argLen,
+               kLongestTaskText);
+        return EINVAL;
+    }
+
     MErrno err = 0;
     ExecutionTask* task = new ExecutionTask(&err);
     task->setCmd(cmd);
@@ -155,10 +184,16 @@ namespace {
 // tasks whose tool prints nothing.
 void runTask(ExecutionTask* task, char* lineBuf)
 {
+    // addExecutionTask queues no task without its argument; one placed on
+    // the list by other hands without it is not run either.
+    const char* arg = task->argItems.empty() ? nullptr : task->argItems[0];
+    if (arg == nullptr) {
+        kx_log(2, kWhoDispatch, "Couldn't run %s: no argument\n", task->cmd);
+        delete task;
+        return;
+    }
     char command[1024];
-    const char* arg = task->argItems.at(0);   // a task without argument ends here
-    snprintf(command, sizeof(command), "%s/%s %s 2>&1", qv::kToolDir, task->cmd,
-             arg != nullptr ? arg : "(null)");
+    snprintf(command, sizeof(command), "%s/%s %s 2>&1", qv::kToolDir, task->cmd, arg);
     kx_log(0, kWhoDispatch, "execute %s\n", command);
 
     qv::ToolRunOptions opts;

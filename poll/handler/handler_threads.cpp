@@ -23,7 +23,7 @@ int PollingHandler::waitTimerThread()
 int PollingHandler::waitMainThread()
 {
     int rc = pthread_mutex_lock(&pollingMutex);
-    while (TimerPollConditionMet == 0)
+    while (qv::readFlag(TimerPollConditionMet) == 0)
         rc = pthread_cond_wait(&TimerPollCond, &pollingMutex);
     rc = pthread_mutex_unlock(&pollingMutex);
     return rc;
@@ -64,7 +64,7 @@ int PollingHandler::wakeupTimerThread()
 {
     int rc = pthread_mutex_lock(&pollingMutex);
     if (recipe != nullptr && qv::recipeScanned(recipe))
-        TimerPollConditionMet = 1;
+        qv::writeFlag(TimerPollConditionMet, 1);
     rc = pthread_cond_broadcast(&TimerPollCond);
     rc = pthread_mutex_unlock(&pollingMutex);
     return rc;

@@ -34,6 +34,7 @@
 
 #include <sys/time.h>
 
+#include <quelvane/export.h>
 #include <quelvane/merrno.h>
 
 // Statistics records that hang off the inventory; their classes belong to the
@@ -66,7 +67,7 @@ class FilesystemPerf;
 
 // ---------------------------------------------------------------------------
 // DiskServerInfo: one server (a node name) of a disk. Key: name.
-class DiskServerInfo
+class QUELVANE_API DiskServerInfo
 {
 public:
     char name[256];
@@ -83,7 +84,7 @@ public:
 // so the field itself bears the name `local` (a member cannot share its name
 // with a member function): 1 when the node reaches the disk through a device of
 // its own, 0 when it goes through a server.
-class DiskAccessInfo
+class QUELVANE_API DiskAccessInfo
 {
 public:
     char diskName[256];
@@ -103,7 +104,7 @@ public:
 
 // ---------------------------------------------------------------------------
 // MountedNodeInfo: a node that has a filesystem mounted. Key: nodeIpAddr.
-class MountedNodeInfo
+class QUELVANE_API MountedNodeInfo
 {
 public:
     char nodeName[256];
@@ -118,7 +119,7 @@ public:
 
 // ---------------------------------------------------------------------------
 // RuleInfo: one rule of a policy. Key: name.
-class RuleInfo
+class QUELVANE_API RuleInfo
 {
 public:
     char name[256];
@@ -131,7 +132,7 @@ public:
 
 // ---------------------------------------------------------------------------
 // PolicyInfo: an installed policy of a filesystem. Key: name.
-class PolicyInfo
+class QUELVANE_API PolicyInfo
 {
 public:
     char name[256];
@@ -154,7 +155,7 @@ public:
 
 // ---------------------------------------------------------------------------
 // FilesystemPerf: the counters of one filesystem on one node. Key: nodeIpAddr.
-class FilesystemPerf
+class QUELVANE_API FilesystemPerf
 {
 public:
     char fsName[256];
@@ -190,7 +191,7 @@ public:
 
 // ---------------------------------------------------------------------------
 // DiskInfo: a disk of a pool, or a free disk. Key: name.
-class DiskInfo
+class QUELVANE_API DiskInfo
 {
 public:
     int found;
@@ -246,7 +247,7 @@ public:
 
 // ---------------------------------------------------------------------------
 // StoragePoolInfo: a storage pool of a filesystem. Key: name.
-class StoragePoolInfo
+class QUELVANE_API StoragePoolInfo
 {
 public:
     char name[256];
@@ -284,7 +285,7 @@ public:
 
 // ---------------------------------------------------------------------------
 // FilesystemInfo: a filesystem of the cluster. Key: name.
-class FilesystemInfo
+class QUELVANE_API FilesystemInfo
 {
 public:
     char name[256];
@@ -385,7 +386,7 @@ public:
 // ---------------------------------------------------------------------------
 // NodeInfo: a node of the cluster. Key: ipAddr (name for tools that print
 // names).
-class NodeInfo
+class QUELVANE_API NodeInfo
 {
 public:
     char name[256];
@@ -449,7 +450,7 @@ public:
 
 // ---------------------------------------------------------------------------
 // ClusterInfo: the root of the tree.
-class ClusterInfo
+class QUELVANE_API ClusterInfo
 {
 public:
     char clusterName[256];
@@ -514,7 +515,7 @@ public:
 // ---------------------------------------------------------------------------
 // ClusterStatus: a stand-alone result record of the cluster state query; no
 // part of the tree.
-class ClusterStatus
+class QUELVANE_API ClusterStatus
 {
 public:
     char managerName[256];

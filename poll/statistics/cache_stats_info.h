@@ -3,11 +3,12 @@
 
 #include <cstdint>
 
+#include <quelvane/export.h>
 #include <quelvane/merrno.h>
 
 // Directory and stat cache hits and misses of one node ("tavrel chms").
 // Plain data: the application may copy it as bytes; 284 bytes.
-class CacheStatsInfo
+class QUELVANE_API CacheStatsInfo
 {
 public:
     uint32_t recordVersion;     // always 1

@@ -9,12 +9,13 @@
 
 #include <cstdint>
 
+#include <quelvane/export.h>
 #include <quelvane/merrno.h>
 
 // One node of a cluster as a node sees it (2344 bytes). The query
 // (clusterCfgInfo) and the update (updateClusterCfgInfo) read different
 // keywords for six of the texts.
-class ClusterCfgInfo
+class QUELVANE_API ClusterCfgInfo
 {
 public:
     uint32_t recordVersion;
@@ -50,7 +51,7 @@ public:
 static_assert(sizeof(ClusterCfgInfo) == 2344, "ClusterCfgInfo is 2344 bytes");
 
 // The three numbers of one thread pool, from a value "%d/%d/%d".
-struct threadUtil
+struct QUELVANE_API threadUtil
 {
     int32_t count1;
     int32_t count2;
@@ -58,10 +59,10 @@ struct threadUtil
 };
 
 // Takes its argument by value and does nothing.
-void clearThreadUtil(threadUtil util);
+QUELVANE_API void clearThreadUtil(threadUtil util);
 
 // The daemon's thread pools (420 bytes).
-class ThreadUtilInfo
+class QUELVANE_API ThreadUtilInfo
 {
 public:
     uint32_t recordVersion;
@@ -99,7 +100,7 @@ public:
 static_assert(sizeof(ThreadUtilInfo) == 420, "ThreadUtilInfo is 420 bytes");
 
 // The daemon's communication setup ("tavrel kxcommcfg", 16676 bytes).
-class KxcommCfgInfo
+class QUELVANE_API KxcommCfgInfo
 {
 public:
     uint32_t recordVersion;
@@ -125,7 +126,7 @@ static_assert(sizeof(KxcommCfgInfo) == 16676, "KxcommCfgInfo is 16676 bytes");
 
 // Remote memory traffic of the client side ("tavrel verbsc", 584 bytes).
 // c1 to c6: _crw_, _prw_, _frd_, _fwr_, _frk_, _fwk_.
-class VerbsClientStatsInfo
+class QUELVANE_API VerbsClientStatsInfo
 {
 public:
     uint32_t recordVersion;
@@ -155,7 +156,7 @@ static_assert(sizeof(VerbsClientStatsInfo) == 584, "VerbsClientStatsInfo is 584 
 
 // Remote memory traffic of the server side ("tavrel verbss", 584 bytes).
 // c1 to c6: _crd_, _wrd_, _rrd_, _rwr_, _rdk_, _rwk_.
-class VerbsServerStatsInfo
+class QUELVANE_API VerbsServerStatsInfo
 {
 public:
     uint32_t recordVersion;

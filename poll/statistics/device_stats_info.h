@@ -9,11 +9,12 @@
 
 #include <cstdint>
 
+#include <quelvane/export.h>
 #include <quelvane/merrno.h>
 
 // One disk's traffic: read fields from the "_r_" line, write fields from the
 // "_w_" line (1160 bytes).
-class DiskStatsInfo
+class QUELVANE_API DiskStatsInfo
 {
 public:
     uint32_t recordVersion;
@@ -52,7 +53,7 @@ public:
 static_assert(sizeof(DiskStatsInfo) == 1160, "DiskStatsInfo is 1160 bytes");
 
 // One storage pool's traffic (800 bytes).
-class PoolIoStatsInfo
+class QUELVANE_API PoolIoStatsInfo
 {
 public:
     uint32_t recordVersion;
@@ -77,7 +78,7 @@ public:
 static_assert(sizeof(PoolIoStatsInfo) == 800, "PoolIoStatsInfo is 800 bytes");
 
 // One filesystem's traffic (576 bytes). nDisks stands before nodeAddr.
-class FsIoStatsInfo
+class QUELVANE_API FsIoStatsInfo
 {
 public:
     uint32_t recordVersion;
@@ -107,7 +108,7 @@ static_assert(sizeof(FsIoStatsInfo) == 576, "FsIoStatsInfo is 576 bytes");
 
 // A shared disk server's traffic for one device: read fields from the "_r_"
 // line, write fields from the "_w_" line (824 bytes).
-class NsdServerStatsInfo
+class QUELVANE_API NsdServerStatsInfo
 {
 public:
     uint32_t recordVersion;

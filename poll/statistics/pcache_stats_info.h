@@ -7,10 +7,11 @@
 
 #include <cstdint>
 
+#include <quelvane/export.h>
 #include <quelvane/merrno.h>
 
 // One command group of a PCacheStatsInfo ("_q_" and the five after it).
-struct pCacheCmdInfo
+struct QUELVANE_API pCacheCmdInfo
 {
     uint32_t q;
     uint32_t i;
@@ -21,10 +22,10 @@ struct pCacheCmdInfo
 };
 
 // Zeroes one command group.
-void clearPCacheCmdInfo(pCacheCmdInfo* info);
+QUELVANE_API void clearPCacheCmdInfo(pCacheCmdInfo* info);
 
 // One fileset's cache transfer on one node (1792 bytes).
-class PCacheStatsInfo
+class QUELVANE_API PCacheStatsInfo
 {
 public:
     uint32_t recordVersion;

@@ -22,10 +22,11 @@
 
 #include <cstdint>
 
+#include <quelvane/export.h>
 #include <quelvane/merrno.h>
 
 // One measurement of one object in one time slot.
-class PerfSample
+class QUELVANE_API PerfSample
 {
 public:
     double min;                 // _min_
@@ -38,7 +39,7 @@ public:
 
 // The time series of one object. The num fields are fill counts, not
 // capacities: an array holds as many samples as the constructor was given.
-class AggregatedRPCPerfStat
+class QUELVANE_API AggregatedRPCPerfStat
 {
 public:
     uint32_t numSecs;
@@ -69,7 +70,7 @@ public:
 };
 
 // The series of one node towards one peer.
-class NodeUtilInfo
+class QUELVANE_API NodeUtilInfo
 {
 public:
     char remoteName[256];       // _rnn_
@@ -85,7 +86,7 @@ public:
 };
 
 // NodeInfo::rpcUtil: one NodeUtilInfo for each peer.
-class RPCUtilInfo
+class QUELVANE_API RPCUtilInfo
 {
 public:
     NodeUtilInfo* nodeUtilP[1024];  // owned
@@ -99,7 +100,7 @@ public:
 };
 
 // NodeInfo::rpcSizeUtil: one series for each message size bucket.
-class RPCSizeUtilInfo
+class QUELVANE_API RPCSizeUtilInfo
 {
 public:
     AggregatedRPCPerfStat* statP[26];
@@ -120,7 +121,7 @@ public:
 };
 
 // NodeInfo::rpcMsgUtil: one series for each message type.
-class RPCMsgUtilInfo
+class QUELVANE_API RPCMsgUtilInfo
 {
 public:
     AggregatedRPCPerfStat* statP[26 * 48 + 2];
@@ -138,7 +139,7 @@ public:
 };
 
 // The per-second value of one object.
-class AggregatedRPCPerfStatPerSec
+class QUELVANE_API AggregatedRPCPerfStatPerSec
 {
 public:
     double min;
@@ -153,7 +154,7 @@ public:
 };
 
 // NodeInfo::rpcUtilPerSec.
-class AggregatedRPCUtilInfoPerSec
+class QUELVANE_API AggregatedRPCUtilInfoPerSec
 {
 public:
     AggregatedRPCPerfStatPerSec* statP[7];  // owned
@@ -171,7 +172,7 @@ public:
 };
 
 // One raw statistics record ("_stat_" under "_rpcstat_").
-class RPCRawStat
+class QUELVANE_API RPCRawStat
 {
 public:
     uint64_t cw;                    // _cw_
@@ -188,7 +189,7 @@ public:
 };
 
 // One raw execution record ("_stat_" under "_rpcexec_").
-class RPCRawExec
+class QUELVANE_API RPCRawExec
 {
 public:
     uint64_t rpcet;                 // _rpcet_
@@ -199,7 +200,7 @@ public:
 };
 
 // NodeInfo::rpcRawUtil: the raw tables.
-class RPCRawUtilInfo
+class QUELVANE_API RPCRawUtilInfo
 {
 public:
     RPCRawExec* execItems;          // execCnt records
@@ -222,6 +223,6 @@ public:
 // "AG_STAT_SEND_TIME_VERBS" 2, "AG_STAT_RECEIVE_TIME_TCP" 3,
 // "AG_STAT_RPC_LATENCY_TCP" 4, "AG_STAT_RPC_LATENCY_VERBS" 5,
 // "AG_STAT_RPC_LATENCY_MIXED" 6, anything else 999 (exact comparison).
-int getRPCObject(char* name);
+QUELVANE_API int getRPCObject(char* name);
 
 #endif

@@ -10,12 +10,13 @@
 
 #include <cstdint>
 
+#include <quelvane/export.h>
 #include <quelvane/merrno.h>
 
 // Count and time of each of 45 operations (628 bytes). Count and time of one
 // operation come from one keyword followed by two words; times are the
 // daemon's, narrowed to float.
-class VfsStatsInfo
+class QUELVANE_API VfsStatsInfo
 {
 public:
     uint32_t recordVersion;
@@ -126,7 +127,7 @@ public:
 static_assert(sizeof(VfsStatsInfo) == 628, "VfsStatsInfo is 628 bytes");
 
 // Eight categories of I/O completion, two values each (332 bytes).
-class IocStatsInfo
+class QUELVANE_API IocStatsInfo
 {
 public:
     uint32_t recordVersion;

@@ -38,7 +38,7 @@ void enterHermeticNamespace()
     // The test binary's directory (death tests may run it again) and the
     // library's stay reachable.
     qvsim::enterPrivateNamespace({qvsim::directoryOf(qvsim::selfExecutable()),
-                                  qvsim::libraryDirectory()},
+                                  qvsim::directoryOfObject(reinterpret_cast<const void*>(&libquelvaneVersion))},
                                  "quelvane test harness");
 }
 

@@ -32,9 +32,19 @@ void releaseTimerThread(PollingHandler* handler)
 {
     __atomic_store_n(&handler->timer_terminate, 1, __ATOMIC_SEQ_CST);
     pthread_mutex_lock(&handler->pollingMutex);
-    TimerPollConditionMet = 1;
+    setTimerLatch();
     pthread_cond_broadcast(&TimerPollCond);
     pthread_mutex_unlock(&handler->pollingMutex);
+}
+
+int timerLatch()
+{
+    return __atomic_load_n(&TimerPollConditionMet, __ATOMIC_SEQ_CST);
+}
+
+void setTimerLatch()
+{
+    __atomic_store_n(&TimerPollConditionMet, 1, __ATOMIC_SEQ_CST);
 }
 
 void releaseDispatchThread(PollingHandler* handler)

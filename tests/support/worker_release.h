@@ -22,6 +22,13 @@ void releaseTimerThread(PollingHandler* handler);
 // Sets execTerminate and wakes the dispatch thread.
 void releaseDispatchThread(PollingHandler* handler);
 
+// The timer latch TimerPollConditionMet, read and set the one way the library
+// touches it: atomically (the disk repository scan reads it without the lock).
+// Setting it wakes nobody; whoever must wake a waiter holds the polling lock
+// around the set and broadcasts TimerPollCond.
+int timerLatch();
+void setTimerLatch();
+
 // All of the above, in that order. The threads then end concurrently, and
 // their last log lines may interleave with each other and with term's; a
 // test that reads the log line by line releases them one at a time and
