@@ -73,6 +73,18 @@ std::string diskIoRequest(const SimCluster& c, const std::string& fsName,
 bool daemonAnswer(const SimCluster& c, const std::string& request,
                   std::vector<std::string>* lines);
 
+// Statistics. A counter of an object (a node's address, "FS/DISK_r_",
+// "FS/POOL", a filesystem's name) grows with simulated time; the "seconds"
+// values are counters read as thousandths.
+unsigned long long statCounter(const SimCluster& c, const std::string& object, const std::string& counter);
+double statSeconds(const SimCluster& c, const std::string& object, const std::string& counter);
+// A node that is down answers the per-node families with this _rc_.
+extern const int kDownNodeStatsRc;
+bool nodeAnswersStats(const SimNode& n);
+// True for the statistics requests that statsLines answers.
+bool isStatsRequest(const std::string& request);
+std::vector<std::string> statsLines(const SimCluster& c, const std::string& request);
+
 // True for requests the daemon knows and answers with the end line alone
 // (the node list requests).
 bool daemonKnowsEmpty(const std::string& request);

@@ -505,7 +505,9 @@ bool daemonAnswer(const SimCluster& c, const std::string& request,
                   std::vector<std::string>* lines)
 {
     std::vector<std::string> w = words(request);
-    if (request == "get clusterinfo")
+    if (isStatsRequest(request))
+        *lines = statsLines(c, request);
+    else if (request == "get clusterinfo")
         *lines = clusterInfoLines(c);
     else if (request == "get nodes")
         *lines = nodeLines(c);
