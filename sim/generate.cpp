@@ -261,7 +261,7 @@ SimCluster generateCluster(const ClusterShape& shape)
         const SimNode& b = c.nodes[static_cast<size_t>((2 * r + 1) % nodeCount)];
         rg.servers = {a.name, b.name};
         char id[32];
-        snprintf(id, sizeof(id), "%08X:%08X", 0x0A000000u + static_cast<unsigned>(r),
+        snprintf(id, sizeof(id), "%08X%08X", 0x0A000000u + static_cast<unsigned>(r),
                  static_cast<unsigned>(dice.below(0xFFFFFFFFULL)));
         rg.id = id;
         for (int k = 0; k < 2; ++k) {

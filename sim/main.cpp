@@ -71,7 +71,7 @@ std::string resolveCommand(const std::string& cmd)
 {
     char real[PATH_MAX];
     if (cmd.find('/') != std::string::npos)
-        return realpath(cmd.c_str(), real) != nullptr ? real : cmd;
+        return realpath(cmd.c_str(), real) != nullptr && access(real, X_OK) == 0 ? real : std::string();
     const char* path = getenv("PATH");
     std::string p = path != nullptr ? path : "/usr/local/bin:/usr/bin:/bin";
     size_t start = 0;

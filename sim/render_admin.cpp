@@ -12,6 +12,15 @@ const char* const kFilesetHeader =
     "vklsfileset::HEADER:version:reserved:reserved:filesystemName:filesetName:id:rootInode:"
     "status:path:parentId:created:inodes:dataInKB:comment:\n";
 
+// A comment is printed as it stands but for its colons and percent signs.
+std::string colonsEncoded(const std::string& text)
+{
+    std::string out;
+    for (char ch : text)
+        out += ch == ':' ? std::string("%3A") : ch == '%' ? std::string("%25") : std::string(1, ch);
+    return out;
+}
+
 // An empty column stays empty on the line.
 std::string filesetLine(const SimFilesystem& fs, const SimFileset& f)
 {
@@ -19,7 +28,7 @@ std::string filesetLine(const SimFilesystem& fs, const SimFileset& f)
            std::to_string(f.rootInode) + ":" + f.status + ":" + percentEncode(f.path) + ":" +
            std::to_string(f.parentId) + ":" + percentEncode(f.created) + ":" +
            std::to_string(f.inodes) + ":" + std::to_string(f.dataInKB) + ":" +
-           percentEncode(f.comment) + ":\n";
+           colonsEncoded(f.comment) + ":\n";
 }
 
 SimFileset* filesetOf(SimFilesystem& fs, const std::string& name)
@@ -105,8 +114,8 @@ bool filesetCount(const SimCluster& c, const std::vector<std::string>& w, ToolAn
         a->err = "kxlsfs: File system " + w[0] + " is not known to the cluster.\n";
         return true;
     }
-    a->out = "vklsfs::HEADER:version:reserved:reserved:deviceName:fieldName:data:\n"
-             "vklsfs::0:1:::" + fs->name + ":filesetCount:" + std::to_string(fs->filesets.size()) + ":\n";
+    // One line, without a header: the count is read from the first line.
+    a->out = "vklsfs::0:1:::" + fs->name + ":filesetCount:" + std::to_string(fs->filesets.size()) + ":\n";
     return true;
 }
 
