@@ -37,6 +37,9 @@ std::string head(const SimNode& n, int rc)
     return "_tavrel _n_ " + n.ipAddr + " _rc_ " + std::to_string(rc);
 }
 
+std::vector<std::string> rpcLines(const SimCluster& c, const std::string& form);
+std::vector<std::string> configLines(const SimCluster& c, const std::string& request);
+
 } // namespace
 
 const int kDownNodeStatsRc = 5;
@@ -68,6 +71,11 @@ bool nodeAnswersStats(const SimNode& n)
 std::vector<std::string> statsLines(const SimCluster& c, const std::string& request)
 {
     std::vector<std::string> out;
+    if (request.compare(0, 11, "tavrel rpcs") == 0)
+        return rpcLines(c, request.size() > 12 ? request.substr(12) : std::string());
+    if (request == "tavrel verbsc" || request == "tavrel verbss" || request == "tavrel kxcommcfg" ||
+        request == "tavrel cfgmgr" || request == "tavrel pncs")
+        return configLines(c, request);
     if (request == "tavrel chms" || request == "tavrel vfss" || request == "tavrel iocs" ||
         request == "tavrel threads") {
         for (const SimNode& n : c.nodes) {
@@ -159,10 +167,125 @@ std::vector<std::string> statsLines(const SimCluster& c, const std::string& requ
     return out;
 }
 
+namespace {
+
+const char* const kRpcObjects[] = {"AG_STAT_CHANNEL_WAIT", "AG_STAT_SEND_TIME_TCP", "AG_STAT_RECV_TIME_TCP"};
+
+// One "_stats_" sample line of a series.
+std::string sampleLine(const SimCluster& c, const std::string& o, const char* unit, int k)
+{
+    std::string key = o + "/" + unit + std::to_string(k);
+    double av = statSeconds(c, key, "av");
+    return std::string("_stats_ _tmu_ ") + unit + kv("_av_", num(av)) + kv("_min_", num(av / 2)) +
+           kv("_max_", num(av * 2)) + kv("_cnt_", statCounter(c, key, "cnt") % 100000);
+}
+
+std::vector<std::string> rpcLines(const SimCluster& c, const std::string& form)
+{
+    std::vector<std::string> out;
+    for (size_t i = 0; i < c.nodes.size(); ++i) {
+        const SimNode& n = c.nodes[i];
+        if (!nodeAnswersStats(n)) {
+            out.push_back(head(n, kDownNodeStatsRc));
+            continue;
+        }
+        if (form.empty()) {
+            // Per peer: the next node of the cluster.
+            const SimNode& peer = c.nodes[(i + 1) % c.nodes.size()];
+            out.push_back("_tavrel _n_ " + n.ipAddr + " _rn_ " + peer.ipAddr + " _rnn_ " + peer.name + " _rc_ 0");
+            for (const char* obj : kRpcObjects) {
+                out.push_back(std::string("_rpcObj_ _obj_ ") + obj + " _nsecs_ 2");
+                for (int k = 0; k < 2; ++k)
+                    out.push_back(sampleLine(c, n.ipAddr + "/" + obj, "sec", k));
+            }
+        } else if (form == "size") {
+            out.push_back(head(n, 0));
+            for (unsigned size : {512u, 4096u, 65536u}) {
+                out.push_back("_rpcSize_ _size_ " + std::to_string(size) + " _nmins_ 2");
+                for (int k = 0; k < 2; ++k)
+                    out.push_back(sampleLine(c, n.ipAddr + "/" + std::to_string(size), "min", k));
+            }
+        } else if (form == "message") {
+            out.push_back(head(n, 0));
+            for (const char* msg : {"nsdMsgRead", "nsdMsgWrite"}) {
+                out.push_back(std::string("_rpcObj_ _obj_ ") + msg + " _ndays_ 1");
+                out.push_back(sampleLine(c, n.ipAddr + "/" + msg, "day", 0));
+            }
+        } else if (form == "ns") {
+            out.push_back(head(n, 0));
+            for (const char* obj : kRpcObjects) {
+                out.push_back(std::string("_rpcObj_ _obj_ ") + obj);
+                out.push_back(sampleLine(c, n.ipAddr + "/" + obj, "sec", 0));
+            }
+        } else {
+            out.push_back(head(n, 0));
+            out.push_back("_rpcstat_ _rpcstator_ 1 _rpcstatcnt_ 1");
+            out.push_back("_stat_" + kv("_cw_", statCounter(c, n.ipAddr, "cw")) + kv("_st_", statCounter(c, n.ipAddr, "st")) +
+                          kv("_rt_", statCounter(c, n.ipAddr, "rt")) + kv("_rpclt_", statCounter(c, n.ipAddr, "rpclt")));
+            out.push_back("_rpcexec_ _rpcexecor_ 2 _rpcexeccnt_ 1");
+            out.push_back("_stat_" + kv("_rpcet_", statCounter(c, n.ipAddr, "rpcet")));
+        }
+        out.push_back("_subresponse_");
+    }
+    return out;
+}
+
+std::vector<std::string> configLines(const SimCluster& c, const std::string& request)
+{
+    std::vector<std::string> out;
+    for (size_t i = 0; i < c.nodes.size(); ++i) {
+        const SimNode& n = c.nodes[i];
+        if (!nodeAnswersStats(n)) {
+            out.push_back(head(n, kDownNodeStatsRc));
+            continue;
+        }
+        const SimNode& peer = c.nodes[(i + 1) % c.nodes.size()];
+        const std::string& ip = n.ipAddr;
+        if (request == "tavrel verbsc") {
+            std::string line = head(n, 0) + " _dst " + peer.ipAddr + " _st_ connected";
+            for (const char* k : {"_crw_", "_prw_", "_frd_", "_frk_", "_fwr_", "_fwk_"})
+                line += kv(k, statCounter(c, ip, k) & 0xFFFFFFFFULL);
+            out.push_back(line + " _dvi_ 0 _prt_ 1");
+        } else if (request == "tavrel verbss") {
+            std::string line = head(n, 0) + " _dst " + peer.ipAddr + " _st_ connected";
+            for (const char* k : {"_crd_", "_wrd_", "_rrd_", "_rwr_", "_rdk_", "_rwk_"})
+                line += kv(k, statCounter(c, ip, k) & 0xFFFFFFFFULL);
+            out.push_back(line + " _dvi_ 0 _prt_ 1");
+        } else if (request == "tavrel kxcommcfg") {
+            out.push_back(head(n, 0) + " _naddr_ " + ip + " _addrlist_ " + ip + " _port_ 1191 _no_ " +
+                          std::to_string(n.nodeNumber) + " _commver_ 1700 _compatver_ 1500 _maxcompatver_ 1700"
+                          " _maxfeat_ 2401");
+        } else if (request == "tavrel cfgmgr") {
+            out.push_back(std::string(i == 0 ? "_tavrel" : "_tavrel::cfgmgr_") + " _n_ " + ip + " _rc_ 0 _naddr_ " + ip +
+                          " _host_ " + n.name + " _cl_ " + c.clusterName + " _ip_ " + ip + " _admin_ " + n.name +
+                          " _tr_ tcp _p_ 1191 _rpc_ up _lastfail_ none _no_ " + std::to_string(n.nodeNumber) +
+                          " _joinseq_ " + std::to_string(i + 1) + " _failcnt_ " + std::to_string(n.failures) +
+                          " _fsmanaged_ 0 _cnfsgrp_ 0 _rcksum_ 0 _wcksum_ 0");
+        } else if (request == "tavrel pncs") {
+            for (const SimFilesystem& fs : c.filesystems)
+                for (const SimFileset& f : fs.filesets) {
+                    if (f.id == 0)
+                        continue;
+                    std::string o = ip + "/" + fs.name + "/" + f.name;
+                    std::string line = "_tavrel::pncs_ _n_ " + ip + " _rc_ 0 _fs_ " + fs.name + " _fset_ " + f.name;
+                    for (const char* k : {"_hcn_", "_hdi_", "_fex_", "_nme_", "_br_", "_bw_", "_ne_", "_nf_", "_ns_",
+                                          "_nr_", "_ws_", "_wl_", "_wa_"})
+                        line += kv(k, statCounter(c, o, k) & 0xFFFFFFFFULL);
+                    out.push_back(line);
+                }
+        }
+    }
+    return out;
+}
+
+} // namespace
+
 bool isStatsRequest(const std::string& request)
 {
     for (const char* r : {"tavrel chms", "tavrel vfss", "tavrel iocs", "tavrel threads", "tavrel ds",
-                          "tavrel plios", "tavrel fis", "tavrel nsd_dst"})
+                          "tavrel plios", "tavrel fis", "tavrel nsd_dst", "tavrel verbsc", "tavrel verbss",
+                          "tavrel kxcommcfg", "tavrel cfgmgr", "tavrel pncs", "tavrel rpcs", "tavrel rpcs size",
+                          "tavrel rpcs message", "tavrel rpcs ns", "tavrel rpcs raw"})
         if (request == r)
             return true;
     return false;

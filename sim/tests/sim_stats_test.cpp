@@ -190,3 +190,53 @@ TEST_F(SimStats, DeviceFamiliesInTheLocalScope)
 }
 
 } // namespace
+
+namespace {
+
+TEST_F(SimStats, ConfigurationAndRpcUpdatesReadTheSimulatedSeries)
+{
+    startSim();
+    startHandler();
+    pollEverything();
+    EXPECT_EQ(h->updateVerbsClientInfo(app), 0);
+    EXPECT_EQ(h->updateVerbsServerInfo(app), 0);
+    EXPECT_EQ(h->updateKxcommCfgInfo(app), 0);
+    EXPECT_EQ(h->updatePCacheStatsInfo(app), 0);
+    EXPECT_EQ(h->updateClusterCfgInfo(app), 0);
+    EXPECT_EQ(h->updateRPCUtilInfo(app, 0, 0), 0);
+    EXPECT_EQ(h->updateRPCSizeUtilInfo(app, 0, 0), 0);
+    EXPECT_EQ(h->updateRPCMsgUtilInfo(app, 0, 0), 0);
+    EXPECT_EQ(h->updateRPCUtilInfoPerSec(app), 0);
+    EXPECT_EQ(h->updateRPCRawUtilInfo(app), 0);
+    SimCluster m = dump();
+    ASSERT_EQ(app->nodeItems.size(), m.nodes.size());
+    for (size_t i = 0; i < m.nodes.size(); ++i) {
+        NodeInfo* n = app->nodeItems[i];
+        const SimNode& e = m.nodes[i];
+        const SimNode& peer = m.nodes[(i + 1) % m.nodes.size()];
+        SCOPED_TRACE(e.ipAddr);
+        ASSERT_NE(n->verbsClient, nullptr);
+        EXPECT_STREQ(n->verbsClient->dst, peer.ipAddr.c_str());
+        EXPECT_EQ(n->verbsClient->c1, statCounter(m, e.ipAddr, "_crw_") & 0xFFFFFFFFULL);
+        ASSERT_NE(n->verbsServer, nullptr);
+        ASSERT_NE(n->kxcommCfg, nullptr);
+        EXPECT_EQ(n->kxcommCfg->port, 1191u);
+        EXPECT_EQ(n->kxcommCfg->nodeNumber, static_cast<uint32_t>(e.nodeNumber));
+        size_t filesets = 0;
+        for (const auto& fs : m.filesystems)
+            filesets += fs.filesets.size() - 1;
+        // Every line after the first good one hangs on that one's node.
+        EXPECT_EQ(n->pCacheItems.size(), i == 0 ? filesets * m.nodes.size() : 0u);
+        ASSERT_NE(n->rpcUtil, nullptr);
+        EXPECT_EQ(n->rpcUtil->nNodeUtil, 1u);
+        ASSERT_NE(n->rpcSizeUtil, nullptr);
+        EXPECT_EQ(n->rpcSizeUtil->nSizes, 3);
+        EXPECT_EQ(n->rpcSizeUtil->sizes[1], 4096u);
+        EXPECT_NE(n->rpcMsgUtil, nullptr);
+        EXPECT_NE(n->rpcUtilPerSec, nullptr);
+        EXPECT_NE(n->rpcRawUtil, nullptr);
+    }
+    EXPECT_EQ(app->clusterCfgItems.size(), m.nodes.size());
+}
+
+} // namespace
