@@ -240,3 +240,53 @@ TEST_F(SimStats, ConfigurationAndRpcUpdatesReadTheSimulatedSeries)
 }
 
 } // namespace
+
+namespace {
+
+TEST_F(SimStats, DiskServerAndFilesetCacheQueriesInTheLocalScope)
+{
+    startSim();
+    ASSERT_EQ(PollingHandler::init(MGMT_PROTOCOL_DIRECT, 0, POLL_LOCAL_NODE), 0);
+    h = thePollingHandler;
+    SimCluster m = dump();
+    std::vector<const SimDisk*> disks;
+    std::vector<std::string> diskFs;
+    for (const auto& fs : m.filesystems)
+        for (const auto& p : fs.pools)
+            for (const auto& d : p.disks) {
+                disks.push_back(&d);
+                diskFs.push_back(fs.name);
+            }
+    MErrno e = 0;
+    std::vector<NsdServerStatsInfo> ns(disks.size(), NsdServerStatsInfo(&e));
+    int nNeeded = 0, err = 0;
+    ASSERT_EQ(h->nsdServerStatsInfo(0, ns.data(), static_cast<int>(ns.size() * sizeof(NsdServerStatsInfo)), &nNeeded,
+                                    &err), 0);
+    ASSERT_EQ(nNeeded, static_cast<int>(disks.size()));
+    for (size_t i = 0; i < disks.size(); ++i) {
+        std::string o = diskFs[i] + "/" + disks[i]->name;
+        EXPECT_STREQ(ns[i].diskName, disks[i]->name.c_str());
+        EXPECT_STREQ(ns[i].devName, disks[i]->paths.front().device.c_str());
+        EXPECT_EQ(ns[i].readOps, low32(statCounter(m, o + "_r_", "ops")));
+        EXPECT_EQ(ns[i].writeBytes, statCounter(m, o + "_w_", "b") * 4096);
+    }
+
+    // Every node's line for every fileset but the root ones.
+    std::vector<std::pair<std::string, std::string>> sets;
+    for (const SimNode& n : m.nodes)
+        for (const auto& fs : m.filesystems)
+            for (const auto& f : fs.filesets)
+                if (f.id != 0)
+                    sets.emplace_back(n.ipAddr + "/" + fs.name + "/" + f.name, f.name);
+    std::vector<PCacheStatsInfo> pc(sets.size(), PCacheStatsInfo(&e));
+    ASSERT_EQ(h->pCacheStatsInfo(0, pc.data(), static_cast<int>(pc.size() * sizeof(PCacheStatsInfo)), &nNeeded, &err),
+              0);
+    ASSERT_EQ(nNeeded, static_cast<int>(sets.size()));
+    for (size_t i = 0; i < sets.size(); ++i) {
+        EXPECT_STREQ(pc[i].fsetName, sets[i].second.c_str());
+        EXPECT_EQ(pc[i].bytesRead, low32(statCounter(m, sets[i].first, "_br_")));
+        EXPECT_EQ(pc[i].nf, low32(statCounter(m, sets[i].first, "_nf_")));
+    }
+}
+
+} // namespace
