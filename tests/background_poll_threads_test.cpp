@@ -28,6 +28,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -522,6 +523,61 @@ TEST(BackgroundPollLife, InitScansOneCycleAndTermWithSigterm)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(exit(wholeLife()), ::testing::ExitedWithCode(0), "whole life: done");
+}
+
+// term while the command thread is in the middle of a cycle: the disk path
+// tool of the cycle's last collector is slow, and term comes while it runs.
+// The cycle still merges into a recipe that is alive, and the teardown keeps
+// its order.
+int termDuringCycle()
+{
+    alarm(30);
+    installSigterm();
+    FakeDaemon daemon;
+    FakeTool kxctl("kxctl");
+    kxctl.output("3504\n");
+    FakeCluster cluster(daemon);
+    cluster.model = smallCluster();
+    cluster.script();
+    writeFile("/tmp/nsd-table", sim::diskPathTable(cluster.model));
+    writeFile(cluster.tool("vklsnsd").path(),
+              "#!/bin/sh\ntouch /tmp/nsd-started\nsleep 1\ncat /tmp/nsd-table\n");
+    writeFile(kMarker, "");
+    QuelvaneLogFileP = fopen(kLogPath, "w+");
+    LIFE_CHECK(QuelvaneLogFileP != nullptr);
+
+    LIFE_CHECK(PollingHandler::init(MGMT_PROTOCOL_BACKGROUND, 0, POLL_LOCAL_CLUSTER) == 0);
+    PollingHandler* h = thePollingHandler;
+    LIFE_CHECK(h != nullptr);
+    Releaser releaser(h);
+
+    MErrno err = 1;
+    ClusterInfo app(&err);
+    LIFE_CHECK(h->updateNodeInfo(&app, 0) == 0);
+    LIFE_CHECK(h->updateDiskSDRInfo(0) == 0);   // releases the timer: the first cycle starts
+    LIFE_CHECK(waitUntil([] { return access("/tmp/nsd-started", F_OK) == 0; }, 20000));
+
+    PollingHandler::term();
+    releaser.stop();
+    LIFE_CHECK(thePollingHandler == nullptr);
+
+    std::vector<std::string> cmdLog = logOf("PollingHandler::cmdHandlerBody");
+    LIFE_CHECK(std::find(cmdLog.begin(), cmdLog.end(), "get disk access") != cmdLog.end());
+    LIFE_CHECK(cmdLog.back() == "exiting...");
+    std::vector<std::string> dtor = logOf("PollingHandler::~PollingHandler");
+    LIFE_CHECK(dtor == (std::vector<std::string>{"Joined cmdThread", "Joined timerThread",
+                                                 "Joined dispatchThread"}));
+    // The interrupted cycle's disk path merge ran on the live recipe.
+    std::vector<std::string> paths = logOf("PollingHandler::updateDiskAccessInfo");
+    LIFE_CHECK(!paths.empty());
+    fprintf(stderr, "term during a cycle: done\n");
+    return 0;
+}
+
+TEST(BackgroundPollLife, TermDuringACycleKeepsTheRecipeUntilTheThreadsAreJoined)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(exit(termDuringCycle()), ::testing::ExitedWithCode(0), "term during a cycle: done");
 }
 
 } // namespace

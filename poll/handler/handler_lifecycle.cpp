@@ -218,19 +218,27 @@ PollingHandler::~PollingHandler()
     if ((pollingScope & POLL_LOCAL_NODE) == 0)
         cleanupNodeList();
 
-    qv::deleteRecipeTree(recipe);
-    recipe = nullptr;
+    // The recipe and the sessions go first. With the worker threads running,
+    // the command thread may be in the middle of a cycle that still reads
+    // and merges into the recipe over the sessions, so they are released only
+    // once the threads have been joined; nothing else of the teardown (its
+    // requests, its log lines, the order command, timer, dispatch) moves.
+    auto releaseRecipeAndSessions = [this] {
+        qv::deleteRecipeTree(recipe);
+        recipe = nullptr;
 
-    TavrelWrapperUtils::term();
-    tavrelWrapper = nullptr;
-    CommandWrapperUtils::term();
-    commandWrapper = nullptr;
+        TavrelWrapperUtils::term();
+        tavrelWrapper = nullptr;
+        CommandWrapperUtils::term();
+        commandWrapper = nullptr;
+    };
 
     if (protocol == MGMT_PROTOCOL_BACKGROUND) {
         stopWorker(cmdThread, terminate, "cmdThread");
         stopWorker(timerThread, timer_terminate, "timerThread");
         stopWorker(dispatchThread, execTerminate, "dispatchThread");
     }
+    releaseRecipeAndSessions();
 
     for (ExecutionTask* task : execTaskList)
         delete task;
