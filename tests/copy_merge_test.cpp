@@ -167,6 +167,30 @@ TEST(Lookup, FirstExactMatchOrMinusOne)
     EXPECT_EQ(1, c.getNodeInfoIndex(key));
 }
 
+TEST(Lookup, KeysLongerThanTheFieldFindTheRecordMadeFromThem)
+{
+    // A key of 300 characters is stored cut to 255, as the collectors store
+    // it; looked up again it must find that record, or every poll would add
+    // another one.
+    MErrno err;
+    ClusterInfo c(&err);
+    std::string longAddr(300, 'a');
+    std::string longName = std::string(255, 'n') + "-tail-that-is-cut";
+    NodeInfo* n = makeNode("", "");
+    snprintf(n->name, sizeof(n->name), "%s", longName.c_str());
+    snprintf(n->ipAddr, sizeof(n->ipAddr), "%s", longAddr.c_str());
+    c.nodeItems.push_back(n);
+    EXPECT_EQ(strlen(c.nodeItems[0]->ipAddr), 255u);
+    EXPECT_EQ(0, c.getNodeInfoIndex(longAddr.c_str()));
+    EXPECT_EQ(0, c.getNodeInfoIndexByName(longName.c_str()));
+    EXPECT_EQ(-1, c.getNodeInfoIndex(std::string(254, 'a').c_str()));
+    FilesystemInfo* f = makeFs("");
+    snprintf(f->name, sizeof(f->name), "%s", std::string(400, 'f').c_str());
+    c.filesystemItems.push_back(f);
+    EXPECT_EQ(0, c.getFilesystemInfoIndex(std::string(256, 'f').c_str()));
+    EXPECT_EQ(-1, c.getFilesystemInfoIndex((std::string(254, 'f') + "g").c_str()));
+}
+
 TEST(Lookup, CaseSensitive)
 {
     MErrno err;

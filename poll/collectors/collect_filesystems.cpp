@@ -187,7 +187,7 @@ int PollingHandler::updateFilesystemInfo(ClusterInfo* clusterP, int withPerf)
     gettimeofday(&recipe->filesystemUpdateTime, nullptr);
     clusterP->copyFS(recipe);
 
-    for (size_t i = 0; i < recipe->filesystemItems.size(); i++) {
+    for (size_t i = 0; i < recipe->filesystemItems.size() && i < clusterP->filesystemItems.size(); i++) {
         FilesystemInfo* mine = recipe->filesystemItems[i];
         FilesystemInfo* theirs = clusterP->filesystemItems[i];
         theirs->copyMountedNodes(mine);

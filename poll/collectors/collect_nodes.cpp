@@ -251,7 +251,9 @@ int PollingHandler::updateNodeInfo(ClusterInfo* clusterP, int noRefresh)
     gettimeofday(&recipe->nodeUpdateTime, nullptr);
 
     clusterP->copyNodes(recipe);
-    for (size_t i = 0; i < recipe->nodeItems.size(); i++)
+    // The two lists have the same length after copyNodes; the bound holds
+    // whatever happens.
+    for (size_t i = 0; i < recipe->nodeItems.size() && i < clusterP->nodeItems.size(); i++)
         clusterP->nodeItems[i]->copyDiskAccesses(recipe->nodeItems[i]);
 
     releasePollingLock();

@@ -12,7 +12,10 @@
 
 #include <quelvane/merrno.h>
 
-// Position of the first item whose key equals `key` exactly, or -1. A linear
+// Position of the first item whose key equals `key` as the field would store
+// it, or -1. Keys are stored cut to N - 1 characters, so a longer key is
+// looked up by its first N - 1 characters: the record that a poll made from
+// it is found again by the next poll instead of being added twice. A linear
 // scan from position 0; no index exists. A null key matches nothing.
 template <class Item, size_t N>
 int qvFindByKey(const std::vector<Item*>& items, char (Item::*keyField)[N], const char* key)
@@ -20,7 +23,7 @@ int qvFindByKey(const std::vector<Item*>& items, char (Item::*keyField)[N], cons
     if (key == nullptr)
         return -1;
     for (size_t i = 0; i < items.size(); ++i) {
-        if (strcmp(items[i]->*keyField, key) == 0)
+        if (strncmp(items[i]->*keyField, key, N - 1) == 0)
             return static_cast<int>(i);
     }
     return -1;
