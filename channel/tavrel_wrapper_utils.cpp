@@ -1,6 +1,8 @@
 // The request session: construction, requests, spool scanning and the wait
 // for event lines.
 #include <quelvane/tavrel_wrapper_utils.h>
+
+#include "channel/event_stop_internal.h"
 #include <quelvane/kx_log.h>
 
 #include "channel/conn_element_internal.h"
@@ -12,6 +14,7 @@
 #include <memory>
 #include <mutex>
 #include <new>
+#include <sys/socket.h>
 #include <unistd.h>
 
 TavrelWrapperUtils* theTavrelWrapperUtils = nullptr;
@@ -347,16 +350,87 @@ void TavrelWrapperUtils::waitEvents()
     static std::atomic<int> showEvents{0};
     char* buffer = static_cast<char*>(malloc(kRequestSize));
     showEvents = 1;
+    // A session that is being stopped (EventsHandler::term while run waits)
+    // ends here quietly instead of reconnecting.
+    if (!qv::eventSessionReads(this, connection->sock)) {
+        free(buffer);
+        return;
+    }
     for (;;) {
         int rc = tavrel_readlnBounded(eventPipeIn, buffer, kRequestSize,
                                       showEvents != 0 ? connection : nullptr);
         if (rc != -1)
             continue;
+        if (qv::eventSessionStopping(this))
+            break;
         // The lost descriptor stays open: reconnecting takes a new one.
-        if (connection->connectSocket(0) >= 0)
+        if (connection->connectSocket(0) >= 0) {
+            if (!qv::eventSessionReads(this, connection->sock))
+                break;
             continue;
+        }
         kx_print("Error: Events handler ORLU daemon connection failed, exiting...\n");
-        free(buffer);
-        return;
+        break;
     }
+    free(buffer);
 }
+
+// ---------------------------------------------------------------------------
+// Stopping event sessions.
+
+namespace qv {
+
+namespace {
+
+struct EventSessionState {
+    int sock = -1;
+    bool stopping = false;
+};
+
+std::mutex& eventSessionMutex()
+{
+    static std::mutex* m = new std::mutex;
+    return *m;
+}
+
+std::map<const TavrelWrapperUtils*, EventSessionState>& eventSessions()
+{
+    static auto* sessions = new std::map<const TavrelWrapperUtils*, EventSessionState>;
+    return *sessions;
+}
+
+} // namespace
+
+bool eventSessionReads(const TavrelWrapperUtils* session, int sock)
+{
+    std::lock_guard<std::mutex> lock(eventSessionMutex());
+    EventSessionState& st = eventSessions()[session];
+    if (st.stopping)
+        return false;
+    st.sock = sock;
+    return true;
+}
+
+bool eventSessionStopping(const TavrelWrapperUtils* session)
+{
+    std::lock_guard<std::mutex> lock(eventSessionMutex());
+    auto it = eventSessions().find(session);
+    return it != eventSessions().end() && it->second.stopping;
+}
+
+void stopEventSession(const TavrelWrapperUtils* session)
+{
+    std::lock_guard<std::mutex> lock(eventSessionMutex());
+    EventSessionState& st = eventSessions()[session];
+    st.stopping = true;
+    if (st.sock >= 0)
+        ::shutdown(st.sock, SHUT_RDWR);
+}
+
+void forgetEventSession(const TavrelWrapperUtils* session)
+{
+    std::lock_guard<std::mutex> lock(eventSessionMutex());
+    eventSessions().erase(session);
+}
+
+} // namespace qv

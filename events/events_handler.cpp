@@ -2,6 +2,8 @@
 // which decodes the pending lines and hands the records to the callbacks.
 #include <quelvane/events_handler.h>
 
+#include "events/events_sync_internal.h"
+
 #include <quelvane/kx_log.h>
 
 #include <cstdio>
@@ -70,6 +72,7 @@ void* EventsHandler::sendHandlerBody(void* arg)
 {
     EventsHandler* self = static_cast<EventsHandler*>(arg);
     char buffer[1024];
+    qv_events::tPipelineOf = self;
 
     for (;;) {
         self->waitReceiveThread();

@@ -74,10 +74,17 @@ public:
 
     // Makes the singleton and its connection. `handler` is what sdrChanged
     // events refresh; null switches that refresh off. 0, or the error of the
-    // session's construction.
+    // session's construction. A second init does not test for a singleton:
+    // it makes a new one and abandons the first, whose pipeline (if run is
+    // under way) goes on delivering the lines of its own connection to its
+    // own callbacks until that connection is lost.
     static MErrno init(PollingHandler* handler, int debug);
-    // Destroys the singleton, freeing the lines still pending. Belongs after
-    // run has returned; does nothing when there is no singleton.
+    // Destroys the singleton, freeing the lines still pending; does nothing
+    // when there is no singleton. It belongs after run has returned. Called
+    // while run is under way on another thread, it first stops the pipeline
+    // (the connection is shut down, nothing reconnects, run returns) and
+    // waits for that. Called from a callback, on the handler's own thread,
+    // it does nothing.
     static void term();
 
     EventsHandler(MErrno* err, int debug);
@@ -91,7 +98,10 @@ public:
     // delivery that has already read the slot still goes to the pair it read.
     void registerEventCallback(int type, int (*cb)(Event*, void*), void* data);
 
-    // Starts the send and receive threads and blocks until both have ended.
+    // Starts the send and receive threads and blocks until both have ended:
+    // when the daemon connection is lost for good (one reconnection is tried
+    // at each loss), or term stops the pipeline. After an init that failed,
+    // returns at once with a level 2 log line.
     void run();
 
     static void* receiveHandlerBody(void* arg);

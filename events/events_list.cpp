@@ -13,6 +13,7 @@ pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
 pthread_cond_t cond = PTHREAD_COND_INITIALIZER;
 int conditionMet = 0;
 pthread_mutex_t listMutex = PTHREAD_MUTEX_INITIALIZER;
+thread_local const void* tPipelineOf = nullptr;
 
 } // namespace qv_events
 

@@ -5,21 +5,55 @@
 #include <quelvane/kx_log.h>
 #include <quelvane/tavrel_wrapper_utils.h>
 
+#include "channel/event_stop_internal.h"
+#include "events/events_sync_internal.h"
+
+#include <condition_variable>
 #include <cstdio>
 #include <cstring>
+#include <mutex>
+#include <set>
 
 namespace {
 
 // Set by the receive thread when it starts; nothing reads it.
 int showEvents = 0;
 
+// The handler whose receive thread runs on this thread. Lines go to the list
+// of the handler that read them: a handler abandoned by a second init keeps
+// delivering its own lines, and never into a handler that term has freed.
+thread_local EventsHandler* tReceiving = nullptr;
+
 // The line callback of the handler's session: every line that the daemon
 // sends on the event connection comes here, on the receive thread.
 int receiveEvent(char* line, void* /* cookie */)
 {
+    EventsHandler* target = tReceiving != nullptr ? tReceiving : theEventsHandler;
+    if (target == nullptr)
+        return 0;
     EventItem* item = EventItem::strdup(line);
-    theEventsHandler->appendEventToList(item, item, 1, static_cast<int>(strlen(line)) + 1);
+    target->appendEventToList(item, item, 1, static_cast<int>(strlen(line)) + 1);
     return 0;
+}
+
+// The handlers whose run is under way, so that term can stop a pipeline
+// instead of freeing it under its threads.
+std::mutex& runMutex()
+{
+    static std::mutex* m = new std::mutex;
+    return *m;
+}
+
+std::condition_variable& runEnded()
+{
+    static std::condition_variable* c = new std::condition_variable;
+    return *c;
+}
+
+std::set<EventsHandler*>& running()
+{
+    static std::set<EventsHandler*>* s = new std::set<EventsHandler*>;
+    return *s;
 }
 
 } // namespace
@@ -49,6 +83,24 @@ void EventsHandler::term()
     EventsHandler* handler = theEventsHandler;
     if (handler == nullptr)
         return;
+
+    // A pipeline that still runs is stopped first: its session is marked and
+    // its socket shut down, its receive thread ends without reconnecting, and
+    // run returns; only then is the handler freed. Called on one of the
+    // handler's own threads (from a callback), term cannot wait for them and
+    // leaves the handler as it is.
+    {
+        std::unique_lock<std::mutex> lock(runMutex());
+        if (running().count(handler) != 0) {
+            if (qv_events::tPipelineOf == handler) {
+                kx_log(2, "EventsHandler::term", "called on the handler's own thread: nothing done\n");
+                return;
+            }
+            if (handler->tavrelWrapper != nullptr)
+                qv::stopEventSession(handler->tavrelWrapper);
+            runEnded().wait(lock, [handler] { return running().count(handler) == 0; });
+        }
+    }
     theEventsHandler = nullptr;
 
     // The handler's session goes with it: its event pipe streams (which the
@@ -65,6 +117,7 @@ void EventsHandler::term()
             fclose(session->eventPipeOut);
             session->eventPipeOut = nullptr;
         }
+        qv::forgetEventSession(session);
         delete session;
     }
 
@@ -73,6 +126,17 @@ void EventsHandler::term()
 
 void EventsHandler::run()
 {
+    // A handler whose init failed has a session without its event pipe (or
+    // none): there is nothing to wait on, and run returns at once.
+    if (tavrelWrapper == nullptr || tavrelWrapper->eventPipeIn == nullptr) {
+        kx_log(2, "EventsHandler::run", "no event session: init did not succeed\n");
+        return;
+    }
+    {
+        std::lock_guard<std::mutex> lock(runMutex());
+        running().insert(this);
+    }
+
     bool sendStarted = pthread_create(&sendThread, nullptr, sendHandlerBody, this) == 0;
     if (!sendStarted)
         kx_print("_error_ failed to create send thread ....\n");
@@ -91,6 +155,10 @@ void EventsHandler::run()
     if (!receiveStarted || pthread_join(receiveThread, nullptr) != 0)
         kx_print("_error_ receive thread join ....\n");
     kx_log(0, "EventsHandler::run", "joined the receive thread\n");
+
+    std::lock_guard<std::mutex> lock(runMutex());
+    running().erase(this);
+    runEnded().notify_all();
 }
 
 void* EventsHandler::receiveHandlerBody(void* arg)
@@ -101,8 +169,12 @@ void* EventsHandler::receiveHandlerBody(void* arg)
     setvbuf(stderr, nullptr, _IOLBF, BUFSIZ);
     showEvents = 1;
 
-    // Returns only once the daemon connection is lost for good.
+    // Returns only once the daemon connection is lost for good, or term
+    // stops the session.
+    tReceiving = self;
+    qv_events::tPipelineOf = self;
     self->tavrelWrapper->waitEvents();
+    tReceiving = nullptr;
 
     // Published before the wake-up, whose mutex orders it for the send
     // thread; the atomic store keeps an early look by that thread defined.

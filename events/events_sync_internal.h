@@ -14,6 +14,10 @@ extern pthread_cond_t cond;
 extern int conditionMet;        // 1: lines may be waiting (a latch, not a count)
 extern pthread_mutex_t listMutex;
 
+// The handler whose send or receive thread is the calling thread, or null:
+// term, called from a callback, must not wait for its own pipeline.
+extern thread_local const void* tPipelineOf;
+
 } // namespace qv_events
 
 #endif

@@ -1287,3 +1287,84 @@ TEST(EventsPipeline, SdrChangedRefreshesTheHandlerGivenToInit)
     EXPECT_EQ(daemon.received(), "");
     EventsHandler::term();
 }
+
+// ---------------------------------------------------------------------------
+// Misuse that must not crash.
+
+TEST(EventsPipeline, TermWhileRunDeliversStopsThePipelineFirst)
+{
+    FakeDaemon daemon;
+    ASSERT_EQ(EventsHandler::init(nullptr, 0), 0);
+    Sink sink;
+    sink.registerAll(theEventsHandler);
+    ASSERT_TRUE(daemon.waitForConnections(1));
+    StderrCapture cap;
+    Runner runner;
+    daemon.pushEvent("_event_ mount _node_ n1 _fs_ f");
+    ASSERT_TRUE(sink.waitCount(1));
+
+    // term from another thread while run waits: the pipeline stops without
+    // reconnecting, run returns, and only then is the handler freed.
+    EventsHandler::term();
+    EXPECT_EQ(theEventsHandler, nullptr);
+    ASSERT_TRUE(runner.waitEnded());
+    std::string err = cap.finish();
+    EXPECT_EQ(err, "");   // a deliberate stop is no lost connection
+    EXPECT_EQ(daemon.connectionsAccepted(), 1u);
+    EXPECT_EQ(sink.snapshot().size(), 1u);
+}
+
+TEST(EventsPipeline, RunAfterAFailedInitReturnsAtOnce)
+{
+    StderrCapture cap;
+    ASSERT_NE(EventsHandler::init(nullptr, 0), 0);   // no daemon
+    ASSERT_NE(theEventsHandler, nullptr);
+    Runner runner;
+    EXPECT_TRUE(runner.waitEnded(2000ms));
+    cap.finish();
+    EventsHandler::term();
+    EXPECT_EQ(theEventsHandler, nullptr);
+}
+
+TEST(EventsPipeline, SecondInitWhileRunningLeavesEachPipelineItsOwnLines)
+{
+    FakeDaemon daemon;
+    ASSERT_EQ(EventsHandler::init(nullptr, 0), 0);
+    EventsHandler* first = theEventsHandler;
+    Sink firstSink;
+    firstSink.registerAll(first);
+    ASSERT_TRUE(daemon.waitForConnections(1));
+    StderrCapture cap;
+    Runner firstRunner;
+
+    ASSERT_EQ(EventsHandler::init(nullptr, 0), 0);   // abandons the first
+    Sink secondSink;
+    secondSink.registerAll(theEventsHandler);
+    ASSERT_TRUE(daemon.waitForConnections(2));
+    Runner secondRunner;
+
+    // Both pipelines share the one-bit latch between their threads, so a
+    // wake-up may be taken by the other pipeline's send thread: what is
+    // certain is that no line goes to a pipeline it was not read by.
+    EXPECT_EQ(daemon.pushEvent("_event_ unmount _node_ n2 _fs_ f"), 2);
+    std::this_thread::sleep_for(100ms);
+    EXPECT_LE(firstSink.snapshot().size(), 1u);
+    EXPECT_LE(secondSink.snapshot().size(), 1u);
+
+    // The second goes; the first goes on reading its own connection, and a
+    // line it reads now must not reach the freed second.
+    EventsHandler::term();
+    ASSERT_TRUE(secondRunner.waitEnded());
+    EXPECT_EQ(daemon.pushEvent("_event_ mount _node_ n3 _fs_ f"), 1);
+    std::this_thread::sleep_for(100ms);
+    EXPECT_LE(secondSink.snapshot().size(), 1u);
+
+    // The first ends when its connection is lost for good; put it back to
+    // dispose of it.
+    daemon.stop();
+    ASSERT_TRUE(firstRunner.waitEnded());
+    cap.finish();
+    theEventsHandler = first;
+    EventsHandler::term();
+    EXPECT_EQ(theEventsHandler, nullptr);
+}
