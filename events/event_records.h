@@ -94,7 +94,7 @@ class QUELVANE_API NodeStatusEvent : public Event
 public:
     char node[EVENT_TEXT_SIZE] = {};
 
-    explicit NodeStatusEvent(char* node);
+    NodeStatusEvent(char* node);
     ~NodeStatusEvent();
 };
 
@@ -170,7 +170,7 @@ class QUELVANE_API SDRChangedEvent : public Event
 public:
     char node[EVENT_TEXT_SIZE] = {};
 
-    explicit SDRChangedEvent(char* node);
+    SDRChangedEvent(char* node);
     ~SDRChangedEvent();
 };
 

@@ -8,6 +8,8 @@
 #include "channel/event_stop_internal.h"
 #include "events/events_sync_internal.h"
 
+#include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdio>
 #include <cstring>
@@ -16,8 +18,9 @@
 
 namespace {
 
-// Set by the receive thread when it starts; nothing reads it.
-int showEvents = 0;
+// Set by the receive thread when it starts; nothing reads it. Atomic: two
+// pipelines (after a second init) set it at once.
+std::atomic<int> showEvents{0};
 
 // The handler whose receive thread runs on this thread. Lines go to the list
 // of the handler that read them: a handler abandoned by a second init keeps
@@ -98,7 +101,15 @@ void EventsHandler::term()
             }
             if (handler->tavrelWrapper != nullptr)
                 qv::stopEventSession(handler->tavrelWrapper);
-            runEnded().wait(lock, [handler] { return running().count(handler) == 0; });
+            // The latch between the threads is shared by every pipeline, so
+            // another pipeline's send thread may take the receive thread's
+            // last wake-up: wake again until this one has ended.
+            while (running().count(handler) != 0) {
+                lock.unlock();
+                handler->wakeSendThread();
+                lock.lock();
+                runEnded().wait_for(lock, std::chrono::milliseconds(20));
+            }
         }
     }
     theEventsHandler = nullptr;

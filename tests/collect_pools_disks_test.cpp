@@ -383,7 +383,7 @@ TEST_F(PoolsDisks, GetFsScanStopsAfterTenKeywords)
     EXPECT_STREQ(d1->availability, "");
 }
 
-TEST_F(PoolsDisks, StatusTextsOf300CharactersAreCutAt256)
+TEST_F(PoolsDisks, StatusTextsOf300CharactersAreCutAt256AndReachTheTreeWhole)
 {
     startWithNodes();
     StoragePoolInfo* pool = addPool(addFs(recipe(), "fs1"), "system");
@@ -405,10 +405,11 @@ TEST_F(PoolsDisks, StatusTextsOf300CharactersAreCutAt256)
     EXPECT_EQ(strnlen(d1->status, sizeof(d1->status)), 256u);
     // The scan went on behind them.
     EXPECT_EQ(d1->totalSpace, 77);
-    // The record copy into the caller's tree is bounded and terminated.
+    // The copy into the caller's tree carries all 256 characters of each.
     DiskInfo* mine1 = mine.filesystemItems[0]->poolItems[0]->diskItems[0];
-    EXPECT_EQ(std::string(mine1->status), std::string(255, 'S'));
-    EXPECT_EQ(std::string(mine1->availability), std::string(255, 'A'));
+    EXPECT_EQ(std::string(mine1->status, sizeof(mine1->status)), std::string(256, 'S'));
+    EXPECT_EQ(std::string(mine1->availability, sizeof(mine1->availability)), std::string(256, 'A'));
+    EXPECT_EQ(std::string(mine1->diskWait, sizeof(mine1->diskWait)), std::string(256, 'W'));
 
     // A short text on the next poll replaces the whole array.
     daemon.respond("get fs fs1 system", {"_disk_ d1 _status_ up _availability_ ok _diskwait_ 3"});

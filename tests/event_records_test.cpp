@@ -106,6 +106,10 @@ TEST(EventRecords, ConstructorArgumentTypes)
     static_assert(std::is_constructible<HungThreadEvent, S, long, S>::value, "");
     static_assert(std::is_constructible<StgPoolUtilizationEvent, S, S, S, int>::value, "");
     static_assert(std::is_constructible<SDRChangedEvent, S>::value, "");
+    // The one-text constructors convert implicitly, as an application may
+    // rely on ("NodeStatusEvent e = text;").
+    static_assert(std::is_convertible<S, NodeStatusEvent>::value, "");
+    static_assert(std::is_convertible<S, SDRChangedEvent>::value, "");
     static_assert(std::is_constructible<DiskCmdEvent, S, S, S, S, S, int>::value, "");
     static_assert(std::is_constructible<ConsoleLogEvent, S, S, int>::value, "");
     static_assert(std::is_constructible<LongIoTimeEvent, S, S, S, S, int, long>::value, "");

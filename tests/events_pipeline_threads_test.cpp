@@ -963,11 +963,13 @@ namespace {
 class Runner
 {
 public:
-    Runner()
+    // The handler is taken on the constructing thread: a test may make
+    // another singleton while this one runs.
+    explicit Runner(EventsHandler* handler = theEventsHandler)
     {
         done_ = promise_.get_future();
-        t_ = std::thread([this] {
-            theEventsHandler->run();
+        t_ = std::thread([this, handler] {
+            handler->run();
             promise_.set_value();
         });
     }

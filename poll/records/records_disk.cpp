@@ -120,13 +120,14 @@ DiskInfo& DiskInfo::operator=(DiskInfo& other)
     qvCopyText(name, other.name);
     qvCopyText(nodeName, other.nodeName);
     qvCopyText(poolName, other.poolName);
-    qvCopyText(status, other.status);
-    qvCopyText(availability, other.availability);
+    // The three limited texts may fill their arrays: copied whole.
+    qvCopyLimitedText(status, other.status);
+    qvCopyLimitedText(availability, other.availability);
     qvCopyText(sdrField3007, other.sdrField3007);
     qvCopyText(sdrField3008, other.sdrField3008);
     qvCopyText(holdsMetadata, other.holdsMetadata);
     qvCopyText(holdsData, other.holdsData);
-    qvCopyText(diskWait, other.diskWait);
+    qvCopyLimitedText(diskWait, other.diskWait);
     totalSpace = other.totalSpace;
     fullBlockFreeSpace = other.fullBlockFreeSpace;
     fragFreeSpace = other.fragFreeSpace;

@@ -17,6 +17,20 @@ inline void qvCopyText(char (&dst)[N], const char* src)
     dst[len] = '\0';
 }
 
+// Copies a text that may fill its whole array without a terminator (the
+// three limited disk texts): all N bytes of a full array are copied, and a
+// shorter text is copied with its terminator.
+template <size_t N>
+inline void qvCopyLimitedText(char (&dst)[N], const char (&src)[N])
+{
+    if (&src == &dst)
+        return;
+    size_t len = strnlen(src, N);
+    memmove(dst, src, len);
+    if (len < N)
+        dst[len] = '\0';
+}
+
 // Zero fills a fixed character array.
 template <size_t N>
 inline void qvClearText(char (&dst)[N])
