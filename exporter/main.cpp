@@ -13,9 +13,11 @@
 
 #include <algorithm>
 #include <csignal>
+#include <fcntl.h>
 #include <cstdio>
 #include <pthread.h>
 #include <sstream>
+#include <unistd.h>
 
 int main(int argc, char** argv)
 {
@@ -72,6 +74,19 @@ int main(int argc, char** argv)
             options.collectors.push_back("none");   // events alone
     }
 
+    // Descriptors 0 to 2 must be open: the library takes a daemon socket
+    // that comes out as descriptor 0 for a fatal error. Standard output goes
+    // nowhere (the recovery group queries print every group on it); the
+    // exporter speaks on standard error.
+    for (int fd = 0; fd < 3; ++fd)
+        if (fcntl(fd, F_GETFD) < 0 && open("/dev/null", O_RDWR) < 0)
+            return 1;
+    int devnull = open("/dev/null", O_WRONLY);
+    if (devnull >= 0) {
+        dup2(devnull, 1);
+        close(devnull);
+    }
+
     // SIGINT and SIGTERM are taken by sigwait on this thread: blocked here,
     // before any thread starts, so that every thread inherits the mask.
     sigset_t stopSignals;
@@ -99,7 +114,13 @@ int main(int argc, char** argv)
     sigwait(&stopSignals, &sig);
     fprintf(stderr, "quelvane-exporter: signal %d, stopping\n", sig);
     server.stop();
-    poller.stop();
     counter.stop();
+    if (!poller.stop(5.0)) {
+        // The daemon went away in the middle of a poll, and the library
+        // waits for it: the process ends without that thread.
+        fprintf(stderr, "quelvane-exporter: a poll waits for the daemon; ending without it\n");
+        fflush(stderr);
+        _exit(0);
+    }
     return 0;
 }

@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <sys/socket.h>
 #include <sys/time.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 namespace qvexp {
 
@@ -16,15 +19,34 @@ double now()
     return static_cast<double>(tv.tv_sec) + static_cast<double>(tv.tv_usec) / 1e6;
 }
 
+} // namespace
+
+bool daemonReachable()
+{
+    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0)
+        return false;
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    snprintf(addr.sun_path, sizeof(addr.sun_path), "%s", vesk_named_socket);
+    bool ok = connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) == 0;
+    close(fd);
+    return ok;
+}
+
+namespace {
+
 // The PollingHandler's node inventory, then the cluster level record.
 bool collectNodes(PollingHandler* h, ClusterInfo* t)
 {
     return h->updateNodeInfo(t, 0) == 0 && h->updateClusterInfo(t, 0) == 0;
 }
 
+// The disk repository scan decides which filesystems, pools and disks
+// exist; then the daemon's view of each filesystem.
 bool collectFilesystems(PollingHandler* h, ClusterInfo* t)
 {
-    return h->updateFilesystemInfo(t, 1) == 0;
+    return h->updateDiskSDRInfo(0) == 0 && h->updateFilesystemInfo(t, 1) == 0;
 }
 
 bool quorumView(QuorumView* q)
@@ -107,8 +129,16 @@ Poller::Poller(PollerOptions options) : options_(std::move(options))
 Poller::~Poller()
 {
     stop();
-    if (handlerReady_ || thePollingHandler != nullptr)
+}
+
+void Poller::endHandler()
+{
+    // The handler's end sends the daemon two requests, and the library
+    // repeats a request until the daemon answers: with the daemon away the
+    // handler is left as it is (and ended once the daemon is back).
+    if (thePollingHandler != nullptr && daemonReachable())
         PollingHandler::term();
+    handlerReady_ = false;
 }
 
 void Poller::start()
@@ -117,22 +147,30 @@ void Poller::start()
     if (thread_.joinable())
         return;
     stopping_ = false;
+    loopDone_ = false;
     thread_ = std::thread([this] { loop(); });
 }
 
-void Poller::stop()
+bool Poller::stop(double waitSeconds)
 {
-    {
-        std::lock_guard<std::mutex> lock(loopMutex_);
-        stopping_ = true;
-    }
+    std::unique_lock<std::mutex> lock(loopMutex_);
+    stopping_ = true;
     loopWake_.notify_all();
-    if (thread_.joinable())
+    if (thread_.joinable()) {
+        // A request to a daemon that went away in the middle of a poll is
+        // repeated by the library until the daemon is back: such a poll is
+        // not waited for beyond waitSeconds.
+        if (!loopWake_.wait_for(lock, std::chrono::duration<double>(waitSeconds), [this] { return loopDone_; })) {
+            thread_.detach();
+            return false;
+        }
+        lock.unlock();
         thread_.join();
-    if (handlerReady_) {
-        PollingHandler::term();
-        handlerReady_ = false;
+    } else {
+        lock.unlock();
     }
+    endHandler();
+    return true;
 }
 
 void Poller::loop()
@@ -144,8 +182,11 @@ void Poller::loop()
         auto next = started + std::chrono::duration_cast<std::chrono::steady_clock::duration>(
                                   std::chrono::duration<double>(options_.intervalSeconds));
         loopWake_.wait_until(lock, next, [this] { return stopping_; });
-        if (stopping_)
+        if (stopping_) {
+            loopDone_ = true;
+            loopWake_.notify_all();
             return;
+        }
     }
 }
 
@@ -193,7 +234,7 @@ bool Poller::runCollector(const std::string& name, MetricWriter& w)
     if (name == "disks") {
         if (!filesystems())
             return false;
-        if (h->updateStoragePoolInfo(tree_, nullptr) != 0 || h->updateDiskSDRInfo(0) != 0)
+        if (h->updateStoragePoolInfo(tree_, nullptr) != 0)
             return false;
         std::vector<std::string> names;
         for (FilesystemInfo* f : tree_->filesystemItems)
@@ -247,12 +288,30 @@ bool Poller::runCollector(const std::string& name, MetricWriter& w)
     return false;
 }
 
+double Poller::currentPollSeconds() const
+{
+    long long started = pollStarted_.load();
+    if (started == 0)
+        return 0.0;
+    long long nowNs = std::chrono::duration_cast<std::chrono::nanoseconds>(
+                        std::chrono::steady_clock::now().time_since_epoch())
+                        .count();
+    return static_cast<double>(nowNs - started) / 1e9;
+}
+
 bool Poller::pollOnce()
 {
+    pollStarted_.store(std::chrono::duration_cast<std::chrono::nanoseconds>(
+                           std::chrono::steady_clock::now().time_since_epoch())
+                           .count());
     bool ok = true;
-    if (!handlerReady_) {
-        if (thePollingHandler != nullptr)
-            PollingHandler::term();
+    // Without a daemon every request would be repeated until it is back:
+    // the poll fails at once instead.
+    bool reachable = daemonReachable();
+    if (!reachable)
+        handlerReady_ = false;
+    if (reachable && !handlerReady_) {
+        endHandler();
         if (PollingHandler::init(MGMT_PROTOCOL_DIRECT, 0, POLL_LOCAL_CLUSTER) == 0 && thePollingHandler != nullptr) {
             handlerReady_ = true;
             handlerStarts_.fetch_add(1);
@@ -293,8 +352,7 @@ bool Poller::pollOnce()
     if (!ok && handlerReady_) {
         // Start with a new handler next time: the daemon may have gone away
         // and come back.
-        PollingHandler::term();
-        handlerReady_ = false;
+        endHandler();
     }
 
     unsigned long long polls = polls_.load() + 1;
@@ -318,6 +376,7 @@ bool Poller::pollOnce()
     }
     lastOk_.store(ok);
     polls_.store(polls);
+    pollStarted_.store(0);
     return ok;
 }
 

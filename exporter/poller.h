@@ -25,6 +25,9 @@
 
 namespace qvexp {
 
+// True when something listens on the daemon's socket.
+bool daemonReachable();
+
 // The collectors, in the order a poll runs them.
 const std::vector<std::string>& allCollectors();
 
@@ -45,8 +48,10 @@ public:
 
     // Starts the loop (the first poll at once).
     void start();
-    // Ends the loop and the PollingHandler.
-    void stop();
+    // Ends the loop and the PollingHandler. False when a poll still running
+    // after waitSeconds was left behind (the library waits for a daemon
+    // that went away in the middle of a poll).
+    bool stop(double waitSeconds = 10.0);
 
     // One poll now, on the caller's thread; not while the loop runs.
     // True when every collector succeeded.
@@ -59,9 +64,13 @@ public:
     unsigned long long polls() const { return polls_.load(); }
     // Polls that made a new PollingHandler first.
     unsigned long long handlerStarts() const { return handlerStarts_.load(); }
+    // How long the running poll has been running; 0 between polls.
+    double currentPollSeconds() const;
+    double intervalSeconds() const { return options_.intervalSeconds; }
 
 private:
     bool runCollector(const std::string& name, MetricWriter& w);
+    void endHandler();
     void loop();
 
     PollerOptions options_;
@@ -80,10 +89,12 @@ private:
     std::atomic<bool> lastOk_{false};
     std::atomic<unsigned long long> polls_{0};
     std::atomic<unsigned long long> handlerStarts_{0};
+    std::atomic<long long> pollStarted_{0};   // steady clock, ns; 0 between polls
 
     std::mutex loopMutex_;
     std::condition_variable loopWake_;
     bool stopping_ = false;
+    bool loopDone_ = false;
     std::thread thread_;
 };
 

@@ -5,6 +5,7 @@
 
 #include <httplib.h>
 
+#include <algorithm>
 #include <cstdlib>
 
 namespace qvexp {
@@ -53,11 +54,15 @@ std::string MetricsServer::metricsText() const
 {
     std::shared_ptr<const std::string> polled = poller_.exposition();
     std::string text = *polled;
-    if (events_ != nullptr) {
-        MetricWriter w;
+    // What changes between polls is added here, from counters that need no
+    // lock: the events and the age of a poll still running.
+    MetricWriter w;
+    w.family("quelvane_poll_running_seconds", "How long the running poll has been running; 0 between polls.",
+             "gauge");
+    w.sample({}, poller_.currentPollSeconds());
+    if (events_ != nullptr)
         events_->render(w);
-        text += w.text();
-    }
+    text += w.text();
     return text;
 }
 
@@ -71,7 +76,12 @@ bool MetricsServer::start(const std::string& host, int port, std::string* err)
         res.set_content(kIndexPage, "text/html; charset=utf-8");
     });
     server_->Get("/healthz", [this](const httplib::Request&, httplib::Response& res) {
-        if (!poller_.hasPolled()) {
+        double running = poller_.currentPollSeconds();
+        if (running > std::max(60.0, 3 * poller_.intervalSeconds())) {
+            res.status = 503;
+            res.set_content("a poll has been running for " + std::to_string(static_cast<long>(running)) + " s\n",
+                            "text/plain");
+        } else if (!poller_.hasPolled()) {
             res.status = 503;
             res.set_content("no poll has ended yet\n", "text/plain");
         } else if (poller_.lastPollSucceeded()) {
