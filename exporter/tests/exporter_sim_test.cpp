@@ -19,6 +19,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
+#include <functional>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -426,6 +427,42 @@ TEST_F(ExporterSim, APrometheusServerScrapesTheExporter)
     std::string node04 = query("quelvane_node_up{node=\"node04\"}");
     std::string size = query("quelvane_filesystem_size_bytes{filesystem=\"fs1\"}");
     std::string success = query("quelvane_last_poll_success");
+
+    // Every query of the Grafana dashboard is good PromQL and names families
+    // that the exporter serves.
+    nlohmann::json dashboard = nlohmann::json::parse(readFile(QUELVANE_DASHBOARD_PATH), nullptr, false);
+    std::vector<std::string> exprs;
+    std::function<void(const nlohmann::json&)> collect = [&](const nlohmann::json& j) {
+        if (j.is_object()) {
+            for (auto it = j.begin(); it != j.end(); ++it) {
+                if (it.key() == "expr" && it.value().is_string())
+                    exprs.push_back(it.value().get<std::string>());
+                else
+                    collect(it.value());
+            }
+        } else if (j.is_array()) {
+            for (const auto& v : j)
+                collect(v);
+        }
+    };
+    collect(dashboard);
+    Exposition served = scrape();
+    std::vector<std::string> badQueries, unknownNames;
+    for (std::string expr : exprs) {
+        for (size_t at = expr.find("$instance"); at != std::string::npos; at = expr.find("$instance"))
+            expr.replace(at, 9, ".*");
+        httplib::Params params{{"query", expr}};
+        httplib::Result r = api.Get("/api/v1/query", params, httplib::Headers());
+        if (!r || r->status != 200 || r->body.find("\"status\":\"success\"") == std::string::npos)
+            badQueries.push_back(expr + (r ? " -> " + r->body : std::string()));
+        for (size_t at = expr.find("quelvane_"); at != std::string::npos; at = expr.find("quelvane_", at + 1)) {
+            size_t end = expr.find_first_not_of("abcdefghijklmnopqrstuvwxyz_", at);
+            std::string name = expr.substr(at, end - at);
+            if (served.types.count(name) == 0)
+                unknownNames.push_back(name);
+            at = end - 1;
+        }
+    }
     kill(prom, SIGTERM);
     int status = waitChild(prom, 10);
     if (status == -1) {
@@ -439,6 +476,10 @@ TEST_F(ExporterSim, APrometheusServerScrapesTheExporter)
     EXPECT_EQ(node04, "0");
     EXPECT_EQ(std::stod(size), static_cast<double>(m.filesystem("fs1")->totalSpace));
     EXPECT_EQ(success, "1");
+    EXPECT_FALSE(dashboard.is_discarded());
+    EXPECT_GE(exprs.size(), 15u);
+    EXPECT_TRUE(badQueries.empty()) << badQueries.front();
+    EXPECT_TRUE(unknownNames.empty()) << unknownNames.front();
     std::string rm = std::string("rm -rf ") + dir;
     EXPECT_EQ(system(rm.c_str()), 0);
 }
