@@ -49,29 +49,27 @@ int main(int argc, char** argv)
     options.intervalSeconds = interval;
     bool events = true;
     if (!collectorList.empty()) {
+        options.collectors.clear();
         events = false;
         std::istringstream in(collectorList);
         std::string name;
         while (std::getline(in, name, ',')) {
             if (name.empty())
                 continue;
-            if (name == "events") {
-                events = true;
-                continue;
-            }
             const auto& all = qvexp::allCollectors();
-            if (std::find(all.begin(), all.end(), name) == all.end()) {
+            if (name == "events")
+                events = true;
+            else if (std::find(all.begin(), all.end(), name) != all.end())
+                options.collectors.push_back(name);
+            else {
                 fprintf(stderr, "quelvane-exporter: unknown collector %s (known: %s)\n", name.c_str(), known.c_str());
                 return 2;
             }
-            options.collectors.push_back(name);
         }
         if (options.collectors.empty() && !events) {
             fprintf(stderr, "quelvane-exporter: --collectors names none\n");
             return 2;
         }
-        if (options.collectors.empty())
-            options.collectors.push_back("none");   // events alone
     }
 
     // Descriptors 0 to 2 must be open: the library takes a daemon socket
@@ -104,8 +102,7 @@ int main(int argc, char** argv)
         fprintf(stderr, "quelvane-exporter: %s\n", err.c_str());
         return 1;
     }
-    fprintf(stderr, "quelvane-exporter: serving http://%s:%d/metrics, polling every %g s\n", listen.substr(0, listen.rfind(':')).c_str(),
-            server.port(), interval);
+    fprintf(stderr, "quelvane-exporter: serving http://%s/metrics, polling every %g s\n", listen.c_str(), interval);
     if (events)
         counter.start();
     poller.start();

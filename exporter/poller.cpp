@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <stdexcept>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/un.h>
@@ -119,8 +120,7 @@ const std::vector<std::string>& allCollectors()
 Poller::Poller(PollerOptions options) : options_(std::move(options))
 {
     for (const std::string& name : allCollectors())
-        if (options_.collectors.empty() ||
-            std::find(options_.collectors.begin(), options_.collectors.end(), name) != options_.collectors.end())
+        if (std::find(options_.collectors.begin(), options_.collectors.end(), name) != options_.collectors.end())
             collectors_.push_back(name);
     for (const std::string& name : collectors_)
         health_[name].name = name;
@@ -326,17 +326,22 @@ bool Poller::pollOnce()
         tree.reset(new ClusterInfo(&err));
     tree_ = tree.get();
     nodesTried_ = nodesOk_ = fsTried_ = fsOk_ = false;
+    bool broken = false;
     for (const std::string& name : collectors_) {
         CollectorHealth& hc = health_[name];
         auto t0 = std::chrono::steady_clock::now();
         MetricWriter w;
         bool good = false;
         try {
-            good = handlerReady_ && runCollector(name, w);
-        } catch (const std::exception&) {
-            // The statistics updates throw when the tree's nodes and the
-            // handler's no longer match; the next poll starts afresh.
-            good = false;
+            good = handlerReady_ && !broken && runCollector(name, w);
+        } catch (const std::out_of_range&) {
+            // A statistics update throws when the tree's nodes and the
+            // handler's no longer match (the cluster changed between the
+            // two), with the polling lock still held: it is released, the
+            // rest of this poll is skipped and the next one starts with a
+            // new handler.
+            thePollingHandler->releasePollingLock();
+            broken = true;
         }
         hc.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
         hc.ok = good;

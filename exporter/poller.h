@@ -33,8 +33,9 @@ const std::vector<std::string>& allCollectors();
 
 struct PollerOptions {
     double intervalSeconds = 15.0;
-    // Names from allCollectors(); empty: all of them.
-    std::vector<std::string> collectors;
+    // Names from allCollectors(), run in that order whatever the order here;
+    // others are ignored.
+    std::vector<std::string> collectors = allCollectors();
 };
 
 class Poller

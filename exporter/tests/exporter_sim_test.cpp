@@ -602,3 +602,26 @@ TEST_F(ExporterSim, TheProgramServesAndEndsOnSigterm)
     std::string rm = std::string("rm -rf ") + dir;
     EXPECT_EQ(system(rm.c_str()), 0);
 }
+
+TEST_F(ExporterSim, OnlyTheChosenCollectorsRun)
+{
+    startSim();
+    PollerOptions o;
+    o.collectors = {"filesets", "cluster"};
+    poller.reset(new Poller(o));
+    server.reset(new MetricsServer(*poller, nullptr));
+    std::string err;
+    ASSERT_TRUE(server->start("127.0.0.1", 0, &err)) << err;
+    ASSERT_TRUE(poller->pollOnce());
+    Exposition e = scrape();
+    EXPECT_FALSE(e.find("quelvane_node_up").empty());
+    EXPECT_FALSE(e.find("quelvane_filesets").empty());
+    for (const char* absent : {"quelvane_filesystem_size_bytes", "quelvane_disk_up", "quelvane_cache_hits_total",
+                               "quelvane_recovery_groups", "quelvane_events_total"})
+        EXPECT_EQ(e.types.count(absent), 0u) << absent;
+    // The health families name the collectors that run, in their order.
+    std::vector<const Sample*> durations = e.find("quelvane_scrape_duration_seconds");
+    ASSERT_EQ(durations.size(), 2u);
+    EXPECT_EQ(durations[0]->labels.at("collector"), "cluster");
+    EXPECT_EQ(durations[1]->labels.at("collector"), "filesets");
+}

@@ -1,6 +1,7 @@
 // Rendering by hand-made records: names, labels, escaping and values.
 #include "exporter/metric_writer.h"
 #include "exporter/render.h"
+#include "exporter/server.h"
 
 #include <gtest/gtest.h>
 
@@ -66,4 +67,19 @@ TEST(ExporterRender, EveryEventKindHasAName)
     EXPECT_NE(w.text().find("quelvane_events_total{kind=\"failure\"} 3\n"), std::string::npos);
     EXPECT_STREQ(eventKind(21), "userEvent");
     EXPECT_STREQ(eventKind(31), "nsdCksumMismatch");
+}
+
+TEST(ExporterServer, ListenAddressesAreReadAsHostAndPort)
+{
+    std::string host;
+    int port = -1;
+    EXPECT_TRUE(parseListenAddress("127.0.0.1:9877", &host, &port));
+    EXPECT_EQ(host, "127.0.0.1");
+    EXPECT_EQ(port, 9877);
+    EXPECT_TRUE(parseListenAddress("[::1]:0", &host, &port));
+    EXPECT_EQ(host, "::1");
+    EXPECT_EQ(port, 0);
+    EXPECT_TRUE(parseListenAddress("0.0.0.0:80", &host, &port));
+    for (const char* bad : {"9877", ":9877", "host:", "host:x", "host:70000", "[::1:9877", "host:-1"})
+        EXPECT_FALSE(parseListenAddress(bad, &host, &port)) << bad;
 }
