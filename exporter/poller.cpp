@@ -148,6 +148,7 @@ void Poller::start()
         return;
     stopping_ = false;
     loopDone_ = false;
+    abandon_.store(false);
     thread_ = std::thread([this] { loop(); });
 }
 
@@ -155,6 +156,7 @@ bool Poller::stop(double waitSeconds)
 {
     std::unique_lock<std::mutex> lock(loopMutex_);
     stopping_ = true;
+    abandon_.store(true);
     loopWake_.notify_all();
     if (thread_.joinable()) {
         // A request to a daemon that went away in the middle of a poll is
@@ -328,6 +330,12 @@ bool Poller::pollOnce()
     nodesTried_ = nodesOk_ = fsTried_ = fsOk_ = false;
     bool broken = false;
     for (const std::string& name : collectors_) {
+        if (abandon_.load()) {
+            // The exporter is stopping: the rest of the poll is not waited for.
+            tree_ = nullptr;
+            pollStarted_.store(0);
+            return false;
+        }
         CollectorHealth& hc = health_[name];
         auto t0 = std::chrono::steady_clock::now();
         MetricWriter w;

@@ -96,6 +96,7 @@ private:
     std::condition_variable loopWake_;
     bool stopping_ = false;
     bool loopDone_ = false;
+    std::atomic<bool> abandon_{false};   // stop() was called: end the running poll early
     std::thread thread_;
 };
 

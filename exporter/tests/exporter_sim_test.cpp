@@ -598,7 +598,9 @@ TEST_F(ExporterSim, TheProgramServesAndEndsOnSigterm)
     ASSERT_NE(status, -1) << "still running 10 s after SIGTERM\n" << out;
     EXPECT_TRUE(WIFEXITED(status)) << out;
     EXPECT_EQ(WEXITSTATUS(status), 0) << out;
-    EXPECT_LT(seconds, 5.0);
+    // A running poll ends after its current collector (slow under the
+    // sanitizers on a busy machine).
+    EXPECT_LT(seconds, 8.0);
     std::string rm = std::string("rm -rf ") + dir;
     EXPECT_EQ(system(rm.c_str()), 0);
 }
