@@ -519,9 +519,13 @@ TEST_F(ExporterSim, AScrapeDuringASlowPollAnswersAtOnceWithThePreviousValues)
     EXPECT_TRUE(stillPolling);
     EXPECT_LT(ms, 50.0);
     EXPECT_EQ(r->body.compare(0, before.size(), before), 0);
-    EXPECT_EQ(parseExposition(r->body).value("quelvane_node_up", {{"node", "node05"}}), 1);
+    Exposition during = parseExposition(r->body);
+    EXPECT_EQ(during.value("quelvane_node_up", {{"node", "node05"}}), 1);
+    EXPECT_GE(during.value("quelvane_poll_running_seconds"), 0.25);
     // Once the poll has ended, the change shows.
-    EXPECT_EQ(scrape().value("quelvane_node_up", {{"node", "node05"}}), 0);
+    Exposition after = scrape();
+    EXPECT_EQ(after.value("quelvane_node_up", {{"node", "node05"}}), 0);
+    EXPECT_EQ(after.value("quelvane_poll_running_seconds"), 0);
 }
 
 TEST_F(ExporterSim, ADaemonThatGoesAwayAndComesBackIsFoundAgain)
