@@ -260,7 +260,11 @@ std::vector<std::string> configLines(const SimCluster& c, const std::string& req
                           " _host_ " + n.name + " _cl_ " + c.clusterName + " _ip_ " + ip + " _admin_ " + n.name +
                           " _tr_ tcp _p_ 1191 _rpc_ up _lastfail_ none _no_ " + std::to_string(n.nodeNumber) +
                           " _joinseq_ " + std::to_string(i + 1) + " _failcnt_ " + std::to_string(n.failures) +
-                          " _fsmanaged_ 0 _cnfsgrp_ 0 _rcksum_ 0 _wcksum_ 0");
+                          " _fsmanaged_ 0 _cnfsgrp_ 0 _rcksum_ 0 _wcksum_ 0" +
+                          // The same texts under the long words that the query reads.
+                          " TAVREL_CLUSTERCFG_IPADDR " + ip + " TAVREL_CLUSTERCFG_ADMIN " + n.name +
+                          " TAVREL_CLUSTERCFG_GPNTRANS tcp TAVREL_CLUSTERCFG_GPNSTATUS 1191"
+                          " TAVREL_CLUSTERCFG_NODESTATUS up TAVREL_CLUSTERCFG_LASTFAIL none");
         } else if (request == "tavrel pncs") {
             for (const SimFilesystem& fs : c.filesystems)
                 for (const SimFileset& f : fs.filesets) {

@@ -290,3 +290,32 @@ TEST_F(SimStats, DiskServerAndFilesetCacheQueriesInTheLocalScope)
 }
 
 } // namespace
+
+namespace {
+
+TEST_F(SimStats, ClusterConfigurationQueryInTheLocalScope)
+{
+    startSim();
+    ASSERT_EQ(PollingHandler::init(MGMT_PROTOCOL_DIRECT, 0, POLL_LOCAL_NODE), 0);
+    h = thePollingHandler;
+    SimCluster m = dump();
+    MErrno e = 0;
+    std::vector<ClusterCfgInfo> cfg(m.nodes.size(), ClusterCfgInfo(&e));
+    int nNeeded = 0, err = 0;
+    ASSERT_EQ(h->clusterCfgInfo(0, cfg.data(), static_cast<int>(cfg.size() * sizeof(ClusterCfgInfo)), &nNeeded, &err),
+              0);
+    ASSERT_EQ(nNeeded, static_cast<int>(m.nodes.size()));
+    for (size_t i = 0; i < m.nodes.size(); ++i) {
+        SCOPED_TRACE(m.nodes[i].name);
+        EXPECT_STREQ(cfg[i].nodeAddr, m.nodes[i].ipAddr.c_str());
+        EXPECT_STREQ(cfg[i].hostName, m.nodes[i].name.c_str());
+        EXPECT_STREQ(cfg[i].clusterName, m.clusterName.c_str());
+        EXPECT_STREQ(cfg[i].ipAddr, m.nodes[i].ipAddr.c_str());
+        EXPECT_STREQ(cfg[i].adminName, m.nodes[i].name.c_str());
+        EXPECT_STREQ(cfg[i].nodeStatus, "up");
+        EXPECT_EQ(cfg[i].nodeNumber, static_cast<uint32_t>(m.nodes[i].nodeNumber));
+        EXPECT_EQ(cfg[i].joinSeq, static_cast<uint32_t>(i + 1));
+    }
+}
+
+} // namespace
