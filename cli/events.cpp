@@ -434,12 +434,15 @@ int cmdEvents(const std::vector<std::string>& kinds, bool asJson)
     sigaction(SIGTERM, &sa, nullptr);
     sigaction(SIGHUP, &sa, nullptr);
 
-    requireDaemon();
     {
+        // The events handler's own connection is the only one the command
+        // makes; the daemon is looked at separately only when it failed.
         Armed armed("connecting to the daemon for events");
         resetCapture();
         if (EventsHandler::init(nullptr, 0) != 0 || theEventsHandler == nullptr) {
             std::string why = lastCapturedLine();
+            EventsHandler::term();
+            requireDaemon();
             fail(kExitNoDaemon, "daemon not reachable: the events connection failed" + (why.empty() ? "" : ": " + why));
         }
     }

@@ -122,9 +122,7 @@ int cmdStatus(bool asJson)
     fprintf(o, "Quorum:      %s, %d of %d quorum nodes active, %d needed\n",
             st.quorumAchieved ? "achieved" : "NOT achieved", st.quorumNodesActive, st.quorumNodesDefined,
             st.quorum);
-    std::string states;
-    for (const auto& kv : byState)
-        states += (states.empty() ? "" : ", ") + std::to_string(kv.second) + " " + kv.first;
+    std::string states = tallyText(byState);
     fprintf(o, "Nodes:       %zu (%s); %d of %d active\n", t->nodeItems.size(),
             states.empty() ? "none" : states.c_str(), st.localNodesActive, st.nodesDefined);
     fprintf(o, "Daemon:      %s\n", daemonState == 0 ? "active on every node" : "down on some node");

@@ -235,6 +235,17 @@ int main(int argc, char** argv)
     timeoutOption(ownerSet);
     ownerSet->callback([&] { action = [&] { return cmdOwnerSet(targetArg, owner, group); }; });
 
+    // A first word that is no option and no command is named as such, rather
+    // than reported as a missing command.
+    if (argc > 1 && argv[1][0] != '-') {
+        bool known = false;
+        for (const CLI::App* sub : app.get_subcommands([](CLI::App*) { return true; }))
+            known = known || sub->get_name() == argv[1];
+        if (!known) {
+            printError(std::string("unknown command \"") + argv[1] + "\" (see --help)");
+            return kExitUsage;
+        }
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {

@@ -97,6 +97,16 @@ std::string numberText(double v, int decimals)
     return buf;
 }
 
+std::string tallyText(const std::map<std::string, int>& tally)
+{
+    std::vector<std::pair<std::string, int>> v(tally.begin(), tally.end());
+    std::stable_sort(v.begin(), v.end(), [](const auto& a, const auto& b) { return a.second > b.second; });
+    std::string s;
+    for (const auto& kv : v)
+        s += (s.empty() ? "" : ", ") + std::to_string(kv.second) + " " + kv.first;
+    return s;
+}
+
 std::string orDash(const std::string& s)
 {
     return s.empty() ? "-" : s;

@@ -4,6 +4,7 @@
 // Aligned text tables and the formatting of their cells.
 
 #include <cstdio>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -41,6 +42,8 @@ std::string percentText(double part, double whole);
 std::string numberText(long long n);
 std::string numberText(unsigned long long n);
 std::string numberText(double v, int decimals = 2);
+// "7 up, 1 down": the counts of a tally, the largest first.
+std::string tallyText(const std::map<std::string, int>& tally);
 // The value, or "-" when it is empty.
 std::string orDash(const std::string& s);
 

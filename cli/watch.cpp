@@ -130,9 +130,7 @@ public:
             if (t->nodeItems.size() <= 12 || !fine)
                 shown.push_back(n);
         }
-        std::string states;
-        for (const auto& kv : byState)
-            states += (states.empty() ? "" : ", ") + std::to_string(kv.second) + " " + kv.first;
+        std::string states = tallyText(byState);
         s += "Nodes: " + std::to_string(t->nodeItems.size()) + (states.empty() ? "" : " (" + states + ")") +
              (shown.size() < t->nodeItems.size() ? ", those not up and healthy:" : "") + "\n";
         if (!shown.empty()) {
