@@ -69,26 +69,32 @@ int cmdStatus(bool asJson)
     ClusterInfo* t = s.tree();
     PollingHandler* h = s.handler();
 
+    // The manager and the node counts come from tools of their own; when
+    // one of them fails (a cluster without quorum, say) the rest of the
+    // status is still worth showing.
     ClusterStatus st;
     st.init();
+    bool managerKnown = false;
     {
         Armed armed("reading the cluster manager (vklsmgr -c)");
-        resetCapture();
-        if (getClusterManager(st.managerName, st.managerIpAddr) != 0)
-            fail(kExitFailure, "reading the cluster manager failed: " + orDash(lastCapturedLine()));
+        managerKnown = getClusterManager(st.managerName, st.managerIpAddr) == 0;
     }
+    if (!managerKnown)
+        st.managerName[0] = st.managerIpAddr[0] = '\0';
     // The name from the manager tool is not reliable; the tree's name of the
     // node with that address is.
     std::string managerName = text(st.managerName);
-    int mi = t->getNodeInfoIndex(st.managerIpAddr);
+    int mi = managerKnown ? t->getNodeInfoIndex(st.managerIpAddr) : -1;
     if (mi >= 0)
         managerName = text(t->nodeItems[static_cast<size_t>(mi)]->name);
+    bool countsKnown = false;
     {
         Armed armed("reading the node counts (kxctl clusternodeinfo)");
-        resetCapture();
-        if (getClusterNodesStatus(&st) != 0)
-            fail(kExitFailure, "reading the node counts failed: " + orDash(lastCapturedLine()));
+        countsKnown = getClusterNodesStatus(&st) == 0;
     }
+    if (!countsKnown)
+        st.nodesDefined = st.localNodesActive = st.remoteNodesJoined = st.quorumNodesDefined =
+            st.quorumNodesActive = st.quorum = st.quorumAchieved = 0;
     int daemonState = 0;
     {
         Armed armed("reading the daemon state (vkgetstate -Y)");
@@ -105,6 +111,8 @@ int cmdStatus(bool asJson)
         json cs = clusterStatusJson(st);
         cs["managerName"] = managerName;
         doc["clusterStatus"] = cs;
+        doc["managerKnown"] = managerKnown;
+        doc["nodeCountsKnown"] = countsKnown;
         doc["nodesByState"] = json::object();
         for (const auto& kv : byState)
             doc["nodesByState"][kv.first] = kv.second;
@@ -118,13 +126,21 @@ int cmdStatus(bool asJson)
 
     FILE* o = out();
     fprintf(o, "Cluster:     %s (id %s)\n", text(t->clusterName).c_str(), text(t->sdrField1002).c_str());
-    fprintf(o, "Manager:     %s (%s)\n", orDash(managerName).c_str(), orDash(text(st.managerIpAddr)).c_str());
-    fprintf(o, "Quorum:      %s, %d of %d quorum nodes active, %d needed\n",
-            st.quorumAchieved ? "achieved" : "NOT achieved", st.quorumNodesActive, st.quorumNodesDefined,
-            st.quorum);
+    if (managerKnown)
+        fprintf(o, "Manager:     %s (%s)\n", orDash(managerName).c_str(), orDash(text(st.managerIpAddr)).c_str());
+    else
+        fprintf(o, "Manager:     unknown (vklsmgr -c named none)\n");
+    if (countsKnown)
+        fprintf(o, "Quorum:      %s, %d of %d quorum nodes active, %d needed\n",
+                st.quorumAchieved ? "achieved" : "NOT achieved", st.quorumNodesActive, st.quorumNodesDefined,
+                st.quorum);
+    else
+        fprintf(o, "Quorum:      unknown (kxctl clusternodeinfo failed)\n");
     std::string states = tallyText(byState);
-    fprintf(o, "Nodes:       %zu (%s); %d of %d active\n", t->nodeItems.size(),
-            states.empty() ? "none" : states.c_str(), st.localNodesActive, st.nodesDefined);
+    fprintf(o, "Nodes:       %zu (%s)", t->nodeItems.size(), states.empty() ? "none" : states.c_str());
+    if (countsKnown)
+        fprintf(o, "; %d of %d active", st.localNodesActive, st.nodesDefined);
+    fputc('\n', o);
     fprintf(o, "Daemon:      %s\n", daemonState == 0 ? "active on every node" : "down on some node");
     fprintf(o, "Filesystems: %zu\n", t->filesystemItems.size());
     if (!t->filesystemItems.empty()) {

@@ -66,6 +66,8 @@ TEST_F(CliTest, StatusJsonMatchesTheModelAndFollowsAFailedNode)
     EXPECT_EQ(doc["clusterStatus"]["quorumAchieved"], 1);
     EXPECT_EQ(doc["nodesByState"]["up"], static_cast<int>(m.nodes.size()));
     EXPECT_EQ(doc["daemonState"], 0);
+    EXPECT_EQ(doc["managerKnown"], true);
+    EXPECT_EQ(doc["nodeCountsKnown"], true);
     ASSERT_EQ(doc["filesystems"].size(), m.filesystems.size());
     for (size_t i = 0; i < m.filesystems.size(); ++i) {
         EXPECT_EQ(doc["filesystems"][i]["name"], m.filesystems[i].name);
@@ -80,6 +82,21 @@ TEST_F(CliTest, StatusJsonMatchesTheModelAndFollowsAFailedNode)
     EXPECT_EQ(doc["daemonState"], 1);
     Result r = run("status");
     EXPECT_TRUE(contains(r.out, "Daemon:      down on some node")) << r.out;
+}
+
+TEST_F(CliTest, StatusWithoutAManagerShowsTheRest)
+{
+    startSim();
+    sim->withModel([](SimCluster& c) { c.clusterManagerIp.clear(); });
+    Result r = run("status");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_TRUE(contains(r.out, "Manager:     unknown")) << r.out;
+    EXPECT_TRUE(contains(r.out, "Quorum:      achieved")) << r.out;
+    json doc = runJson("status");
+    EXPECT_EQ(doc["managerKnown"], false);
+    EXPECT_EQ(doc["nodeCountsKnown"], true);
+    EXPECT_EQ(doc["clusterStatus"]["managerIpAddr"], "");
+    EXPECT_EQ(doc["clusterStatus"]["managerName"], "");
 }
 
 TEST_F(CliTest, NodesTableAndJson)
