@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <cstdio>
 #include <cstring>
 #include <string>
 #include <unistd.h>
@@ -13,6 +14,42 @@
 namespace qvcli {
 
 const char* const kToolDir = "/usr/kpx/vesk/bin";
+
+namespace {
+
+// The path of the session's own spool; empty when it has none. A plain
+// array, so that a signal handler may read it.
+char gOwnSpool[256] = "";
+
+// Every session of the library spools the daemon's answers into the same
+// file, so that two processes on a node (a watch in one terminal and a
+// listing in the next) could read each other's answers. The session of the
+// client spools into a file of its own beside it: the path is a public field
+// of the session, and the next reopening of the spool takes it.
+void useOwnSpool(TavrelWrapperUtils* tw)
+{
+    std::string shared = tw->responsePath;
+    std::string own = shared + ".quelvane." + std::to_string(getpid());
+    if (own.size() >= sizeof(tw->responsePath) || own.size() >= sizeof(gOwnSpool))
+        return;
+    snprintf(tw->responsePath, sizeof(tw->responsePath), "%s", own.c_str());
+    tw->cleanupCommand();
+    if (tw->responseFile != nullptr) {
+        snprintf(gOwnSpool, sizeof(gOwnSpool), "%s", own.c_str());
+        return;
+    }
+    // The file could not be made: back to the shared spool.
+    snprintf(tw->responsePath, sizeof(tw->responsePath), "%s", shared.c_str());
+    tw->cleanupCommand();
+}
+
+} // namespace
+
+void removeOwnSpool()
+{
+    if (gOwnSpool[0] != '\0')
+        unlink(gOwnSpool);
+}
 
 void addToolDirToPath()
 {
@@ -85,6 +122,7 @@ Session::Session(int scope)
         }
     }
     handler_ = thePollingHandler;
+    useOwnSpool(handler_->tavrelWrapper);
     MErrno err = 0;
     tree_ = new ClusterInfo(&err);
 }
@@ -98,6 +136,8 @@ Session::~Session()
         PollingHandler::term();
         handler_ = nullptr;
     }
+    removeOwnSpool();
+    gOwnSpool[0] = '\0';
 }
 
 void Session::step(const char* what, int rc)

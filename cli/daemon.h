@@ -27,6 +27,10 @@ void requireProgram(const std::string& program);
 // Refuses with kExitNoDaemon when the daemon's socket takes no connection.
 void requireDaemon();
 
+// Removes the spool file of this process's session, if it has one. Safe in
+// a signal handler and on the watchdog's thread.
+void removeOwnSpool();
+
 // What a session polls; the nodes, the cluster record and the filesystems'
 // state are always polled.
 enum PollPart : unsigned {

@@ -53,6 +53,7 @@ void restoreTerminal()
 void onSignal(int)
 {
     restoreTerminal();
+    removeOwnSpool();
     _exit(kExitOk);
 }
 

@@ -1,6 +1,7 @@
 #include "cli/watchdog.h"
 
 #include "cli/console.h"
+#include "cli/daemon.h"
 
 #include <chrono>
 #include <cmath>
@@ -51,6 +52,7 @@ void expire(State& s)
 {
     if (s.restore)
         s.restore();
+    removeOwnSpool();
     std::string line = "quelvane: no answer within " + secondsText(s.limit) + " s while " + s.what +
                        " (the daemon or a tool is not responding)\n";
     fflush(out());

@@ -4,6 +4,7 @@
 
 #include <quelvane/version.h>
 
+#include <csignal>
 #include <map>
 #include <set>
 
@@ -27,6 +28,20 @@ std::string attribute(const qvsim::SimFilesystem& fs, const std::string& name)
         if (kv.first == name)
             return kv.second;
     return std::string();
+}
+
+std::string shellOutputOf(const std::string& cmd, int* status)
+{
+    std::string out;
+    FILE* p = popen(cmd.c_str(), "r");
+    if (p == nullptr)
+        return out;
+    char buf[4096];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof(buf), p)) > 0)
+        out.append(buf, n);
+    *status = pclose(p);
+    return out;
 }
 
 bool contains(const std::string& text, const std::string& part)
@@ -429,4 +444,27 @@ TEST_F(CliTest, VersionAndHelpNeedNoDaemon)
         EXPECT_TRUE(contains(h.out, "Usage: quelvane")) << cmd << ": " << h.out;
         EXPECT_EQ(h.err, "") << cmd;
     }
+}
+
+TEST_F(CliTest, TwoClientsAtOnceDoNotReadEachOthersAnswers)
+{
+    startSim();
+    SimCluster m = dump();
+    // A watch refreshing as fast as it can, with its frames on a pipe.
+    Child watch = spawn({"watch", "--interval", "0.1"});
+    ASSERT_TRUE(readLines(watch, 5, 10.0)) << watch.err;
+    for (int i = 0; i < 6; ++i) {
+        json doc = runJson("nodes");
+        ASSERT_EQ(doc["nodes"].size(), m.nodes.size()) << doc.dump();
+        for (size_t k = 0; k < m.nodes.size(); ++k)
+            EXPECT_EQ(doc["nodes"][k]["name"], m.nodes[k].name);
+        readLines(watch, 0, 0.0);
+    }
+    EXPECT_EQ(finish(watch, SIGINT, 3.0), 0) << watch.err;
+    EXPECT_EQ(watch.err, "");
+    // Each client spooled the daemon's answers into a file of its own and
+    // took it away at its end, interrupted or not.
+    int status = 0;
+    std::string left = shellOutputOf("ls /var/vesk/tavrel", &status);
+    EXPECT_EQ(left.find("response.quelvane."), std::string::npos) << left;
 }
