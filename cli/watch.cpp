@@ -244,8 +244,9 @@ void writeAll(const std::string& s)
     }
 }
 
-// Waits up to `seconds` for a key; true when the user asked to quit.
-// `refresh` tells whether "r" was pressed.
+// Waits up to `seconds` for a key: true when the user asked to quit, false
+// when the time is up or "r" asks for a refresh now. Once the input has
+// ended, only the time is waited for.
 bool waitForKey(double seconds, bool* stdinOpen)
 {
     Clock::time_point until = Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
