@@ -35,11 +35,16 @@ void keepStandardDescriptorsOpen()
 
 void enterHermeticNamespace()
 {
-    // The test binary's directory (death tests may run it again) and the
-    // library's stay reachable.
-    qvsim::enterPrivateNamespace({qvsim::directoryOf(qvsim::selfExecutable()),
-                                  qvsim::directoryOfObject(reinterpret_cast<const void*>(&libquelvaneVersion))},
-                                 "quelvane test harness");
+    // The test binary's directory (death tests may run it again), the
+    // library's, and the whole build tree (the simulator, the shared library
+    // and the programs that tests run) stay reachable, also when the tree
+    // lies under /tmp.
+    std::vector<std::string> keep = {qvsim::directoryOf(qvsim::selfExecutable()),
+                                     qvsim::directoryOfObject(reinterpret_cast<const void*>(&libquelvaneVersion))};
+#ifdef QUELVANE_BUILD_ROOT
+    keep.push_back(QUELVANE_BUILD_ROOT);
+#endif
+    qvsim::enterPrivateNamespace(keep, "quelvane test harness");
 }
 
 } // namespace qvtest
