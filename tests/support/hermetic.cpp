@@ -38,11 +38,14 @@ void enterHermeticNamespace()
     // The test binary's directory (death tests may run it again), the
     // library's, and the whole build tree (the simulator, the shared library
     // and the programs that tests run) stay reachable, also when the tree
-    // lies under /tmp.
+    // lies under /tmp; so does the source tree.
     std::vector<std::string> keep = {qvsim::directoryOf(qvsim::selfExecutable()),
                                      qvsim::directoryOfObject(reinterpret_cast<const void*>(&libquelvaneVersion))};
 #ifdef QUELVANE_BUILD_ROOT
     keep.push_back(QUELVANE_BUILD_ROOT);
+#endif
+#ifdef QUELVANE_SOURCE_ROOT
+    keep.push_back(QUELVANE_SOURCE_ROOT);   // files the tests read from the sources
 #endif
     qvsim::enterPrivateNamespace(keep, "quelvane test harness");
 }
